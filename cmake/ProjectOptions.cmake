@@ -1,0 +1,13 @@
+# Options of our own targets only; what we call is not ours to warn about.
+add_library(orvex_options INTERFACE)
+target_compile_features(orvex_options INTERFACE cxx_std_17)
+target_compile_options(orvex_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  target_compile_options(orvex_options INTERFACE -Wthread-safety)
+endif()
+
+set(ORVEX_SANITIZE "" CACHE STRING "Sanitizers of the whole build, as -fsanitize takes them")
+if(ORVEX_SANITIZE)
+  add_compile_options(-fsanitize=${ORVEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${ORVEX_SANITIZE})
+endif()
