@@ -1,0 +1,132 @@
+// liborvex2_0: offers the functions of a vendor service process through the ORVEX Manager.
+//
+// A service calls, on a thread of its own and in this order: orvd_svc_init; for each opcode
+// _orvd_svc_register_auth and _orvd_svc_ready; then it waits. The library's receive thread calls
+// the session-state callbacks; each task runs on a thread of its own. orvd_svc_deinit ends it.
+//
+// Conventions
+//   Results     0 for success; -1 failed; -2 wrong service id or bad argument; -3 not initialised.
+//   Callbacks   run on the receive thread, which alone delivers the Manager's answers. A callback
+//   must not
+//               call anything that waits for one: orvd_svc_init, _orvd_svc_register_auth,
+//               _orvd_svc_ready (they would never return) or a query (it would end by its
+//               time-out). The one exception is status 1 (ORVD_RECONNECTED), after which that
+//               thread ends: see there. orvd_status_t names the lock held during each event; while
+//               it is held, nothing that takes it may be called: orvd_svc_deinit and
+//               _orvd_svc_ready take the ready-table lock.
+//   Tasks       may call everything. A task does not end with its session: its answer is sent all
+//   the same. Locks       are not recursive. Waiting     orvd_svc_init, _orvd_svc_register_auth and
+//   _orvd_svc_ready wait for the Manager without limit,
+//               also when it goes away meanwhile. A service that cannot accept that makes these
+//               calls on a thread that it can leave behind and ends its process when they take too
+//               long: exit is prompt while they wait. Every call that sends waits while the Manager
+//               does not read and the socket's buffer is full.
+//   Strings     are never null unless said, end at their first NUL, and are put into messages
+//   unescaped. Size        a message above the socket's send buffer (about 212 kB unless the system
+//   says otherwise) is
+//               not sent; the call fails as any failed send.
+//   Log         every line goes to the Android log with a null tag. The property
+//               "persist.vendor.orvex.clientlib.debug_level" (default 4, read by orvd_svc_init)
+//               opens lines up to its level: 1 failures, 2 and 3 detail, 4 progress. docs/LOGS.md
+//               explains the lines.
+//   Process     one client per process. The library's state outlives main: exit is safe at any
+//   time.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "IOrvdClient_utility.h"
+#include "orvd_types.h"
+#include "orvex_args.h"
+
+extern "C" {
+
+// --- Lifecycle
+// -----------------------------------------------------------------------------------------
+
+// Connects to the Manager, starts the receive thread and obtains the service id.
+// Returns the service id (0 or more); the id of the present initialisation when there is one; -1
+// when the Manager cannot be reached, the thread not started or the request not sent; the negative
+// id that a refusing Manager gave. After a negative id other than -1 the library counts as
+// initialised under it. Waits without limit for the Manager's answer. Call it and orvd_svc_deinit
+// from one thread: a service thread, or a status-1 callback.
+ORVD_EXPORT int orvd_svc_init(void);
+
+// Says goodbye, closes the connection, and forgets the registered pairs, the ready opcodes and the
+// service id. The receive thread ends at once, or after the callback in which it is. Running tasks
+// go on; their answers go to whichever connection stands when they end, or fail to be sent. Returns
+// 0; -2 when the library is initialised under another id; -3 when it is not initialised. When the
+// Manager was lost and the present connection has not been initialised, nothing is sent and the
+// connection stays for the next orvd_svc_init. Open sessions are kept: the Manager's next tasks for
+// them run once their opcodes are ready again. Does not wait for the receive thread. May be called
+// in a status-1 or status-0 callback, in no other.
+ORVD_EXPORT int orvd_svc_deinit(unsigned int svc_id);
+
+// Writes `text` to the log as a marker, and sends it to the Manager when this process is the
+// dedicated client and "vendor.orvex.one.markers" was true at connection.
+ORVD_EXPORT void orvd_log_marker(const char* text);
+
+// --- Registration
+// --------------------------------------------------------------------------------------
+
+// Registers `opcode` with its API definition and waits, without limit, for the Manager's verdict.
+// On success every subsystem that the definition lists is supported for the opcode. `api_def`: the
+// seven bytes "\x01" "ORVEX" "\x01" (may be left out), the version byte 2, then JSON text with an
+// object "Orvex" holding "opcode" (hexadecimal text) and "subsystems" (a list of objects with an
+// "id"). The JSON travels to the Manager as it stands. Both strings are read during the call only.
+// Returns 0; -1 unsupported version, definition that does not parse or has members of the wrong
+// kind, not sent, or refused; -2 null `api_def` or `token`, foreign `service_id`, or another opcode
+// in the definition; -3 not initialised. Register an opcode from one thread at a time: only the
+// first of several callers for the same opcode is woken by an answer. Call from a service or task
+// thread, never from a callback.
+ORVD_EXPORT int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode,
+                                            const char* api_def, const char* token);
+
+// Refused: logs that it is deprecated and returns -1, whatever the arguments.
+ORVD_EXPORT int32_t _orvd_svc_register(...);
+
+// --- Readiness
+// -----------------------------------------------------------------------------------------
+
+// Declares `opcode` ready and waits, without limit, for the Manager's answer. The callbacks can be
+// called from before this returns. Returns 0; -1 not sent, or refused (the opcode is then not
+// ready, even if it was before); -2 foreign `service_id`; -3 not initialised (nothing sent). After
+// a failed send the opcode stays usable. `user_data` is borrowed until orvd_svc_deinit. A second
+// call for a ready opcode asks the Manager again and keeps the first callbacks. There is no call
+// that withdraws one opcode. An opcode without `state_callback` hears no notification and starts no
+// session; one without `task_function` runs no task. Make an opcode ready from one thread at a
+// time. Call from a service or task thread, never from a callback.
+ORVD_EXPORT int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode,
+                                    orvd_state_callback_t state_callback, void* user_data,
+                                    orvd_task_function_t task_function);
+
+}  // extern "C"
+
+// --- Supported pairs
+// ----------------------------------------------------------------------------------- Any thread,
+// callbacks included. None of them blocks.
+
+// Adds the pair; a pair that is there already stays. Always returns 1.
+ORVD_EXPORT int supported_services_add(uint32_t opcode, uint32_t ssid);
+ORVD_EXPORT bool is_service_supported(uint32_t opcode, uint32_t ssid);
+ORVD_EXPORT void supported_services_clear();
+
+// --- Answers
+// -------------------------------------------------------------------------------------------
+
+// Sends the answer that `call` holds. The library does this itself after each task, with an empty
+// `req_type`. `req_type` shows only in the short form (`transac_id` -1). A failed send is logged,
+// not reported.
+ORVD_EXPORT void orvd_send_response(_orvex_call_info_t* call, std::string req_type);
+
+// --- Constants
+// -----------------------------------------------------------------------------------------
+
+// The API-definition version that registration accepts: 2.
+extern ORVD_EXPORT const uint8_t ORVD_JSON_DEF_VER_ARR[1];
+
+// "[]," for services that take lists in texts apart. The library does not read it.
+extern ORVD_EXPORT const char deliminator[4];

@@ -1,0 +1,3 @@
+// Conversions between texts and values, for services.
+
+#pragma once

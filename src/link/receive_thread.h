@@ -1,0 +1,5 @@
+#pragma once
+
+// Starts the detached thread that reads the Manager's messages from the standing connection and
+// serves them.
+bool StartReceiveThread();

@@ -1,0 +1,44 @@
+#include "link/reconnection.h"
+
+#include <unistd.h>
+
+#include <chrono>
+
+#include "link/connection.h"
+#include "link/log.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kLimit{20};
+constexpr useconds_t kPause = 50000;
+
+bool Superseded(uint64_t tenure_number) {
+  return CurrentTenure().number != tenure_number;
+}
+
+}  // namespace
+
+int ReconnectFor(uint64_t tenure_number) {
+  const Clock::time_point start = Clock::now();
+  while (ConnectFor(tenure_number) != 0) {
+    if (Superseded(tenure_number)) {
+      return -1;
+    }
+    if (Clock::now() > start + kLimit) {
+      LOG_AT(kAlways, "Failed to reconnect to manager due to time out");
+      return -1;
+    }
+    usleep(kPause);
+  }
+  const auto taken =
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+  LOG_AT(kAlways, "reconnected to manager, gMgrSocket_fd is %d, total time to reconnect %lld",
+         gMgrSocket_fd.load(), static_cast<long long>(taken));
+  return 0;
+}
+
+int reconnect_to_manager() {
+  return ReconnectFor(CurrentTenure().number);
+}

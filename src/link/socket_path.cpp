@@ -1,0 +1,85 @@
+#include "link/socket_path.h"
+
+#include <android-base/properties.h>
+#include <sys/prctl.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "link/log.h"
+
+std::atomic<bool> gDedicatedChannel{false};
+std::atomic<bool> gMarkersEnabled{false};
+
+namespace {
+
+using android::base::GetProperty;
+
+constexpr const char* kSharedPath = "/dev/socket/orvd";
+constexpr const char* kDedicatedPath = "/dev/socket/orvex_one/orvd_one";
+
+constexpr std::string_view kPlixPrefix = "plix_";
+constexpr std::string_view kVendorPlixPrefix = "vendor.plix.";
+
+struct Names {
+  std::string own;
+  std::string expected;
+};
+
+bool StartsWith(std::string_view text, std::string_view prefix) {
+  return text.substr(0, prefix.size()) == prefix;
+}
+
+bool IsDebuggableBuild() {
+  const std::string type = GetProperty("ro.build.type", "");
+  return type == "userdebug" || type == "eng";
+}
+
+std::string ThreadName() {
+  std::array<char, 33> name{};
+  if (prctl(PR_GET_NAME, name.data()) != 0) {
+    LOG_INFO("Error getting thread name.");
+  }
+  return name.data();
+}
+
+// Deliberate: the first five characters go whatever they are, and a short name becomes empty, which
+// matches every expected name. Services are started under names that carry other prefixes of this
+// length.
+std::string OwnName() {
+  const std::string name = ThreadName();
+  return name.size() > kPlixPrefix.size() ? name.substr(kPlixPrefix.size()) : "";
+}
+
+Names ChooseNames() {
+  std::string own = OwnName();
+  const std::string service = GetProperty("vendor.orvex.one.service", "");
+  const std::string plix = GetProperty("vendor.orvex.one.plix", "");
+  if (StartsWith(plix, kPlixPrefix)) {
+    return {std::move(own), plix.substr(kPlixPrefix.size())};
+  }
+  if (StartsWith(service, kVendorPlixPrefix)) {
+    return {std::move(own), service.substr(kVendorPlixPrefix.size())};
+  }
+  if (service == "vendor.radioWarden") {
+    return {"radioWarden", "radioWarden"};
+  }
+  return {std::move(own), service};
+}
+
+}  // namespace
+
+const char* ChooseSocketPath() {
+  if (!IsDebuggableBuild()) {
+    return kSharedPath;
+  }
+  const Names names = ChooseNames();
+  const bool match = StartsWith(names.expected, names.own);
+  const bool dedicated = match && !names.expected.empty();
+  // Deliberate: a match with an empty expected name counts as the dedicated client on the shared
+  // path; shutdown then says goodbye even to a Manager that never answered.
+  gDedicatedChannel = match;
+  gMarkersEnabled = dedicated && android::base::GetBoolProperty("vendor.orvex.one.markers", false);
+  return dedicated ? kDedicatedPath : kSharedPath;
+}
