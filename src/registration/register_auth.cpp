@@ -1,0 +1,184 @@
+#include "registration/register_auth.h"
+
+#include <map>
+#include <string>
+
+#include "IOrvdClient.h"
+#include "link/connection.h"
+#include "link/json_members.h"
+#include "link/log.h"
+#include "link/mutex.h"
+#include "link/never_destroyed.h"
+#include "link/pending_answer.h"
+#include "link/state.h"
+#include "registration/api_definition.h"
+
+namespace {
+
+constexpr int kLoggedCharacters = 250;
+
+struct RegistrationTable {
+  Mutex mutex;
+  std::map<uint32_t, RegsAuthMetaData> pending GUARDED_BY(mutex);
+};
+
+struct RegistrationTables {
+  RegistrationTable plain;
+  RegistrationTable authenticated;
+};
+
+RegistrationTable& PlainTable() {
+  return ProcessWide<RegistrationTables>().plain;
+}
+RegistrationTable& AuthTable() {
+  return ProcessWide<RegistrationTables>().authenticated;
+}
+
+RegsAuthMetaData NewRecord() {
+  return {std::make_shared<int32_t>(1), std::make_shared<std::condition_variable>(),
+          std::make_shared<bool>(false)};
+}
+
+void DeliverVerdict(RegistrationTable& table, const Json::Value& message) {
+  const uint32_t opcode = FromDecimal(TextMember(message, "opcode", "0"));
+  const MutexLock lock(table.mutex);
+  const auto found = table.pending.find(opcode);
+  if (found == table.pending.end()) {
+    return;
+  }
+  *found->second.status = IntMember(message, "result", -1);
+  Deliver(found->second);
+}
+
+int Refuse(uint32_t service_id, const char* api_def, const char* token) {
+  const int refusal = CheckServiceId(service_id);
+  return refusal == 0 && (api_def == nullptr || token == nullptr) ? -2 : refusal;
+}
+
+std::string WantedVersions() {
+  std::string wanted;
+  for (const uint8_t version : ORVD_JSON_DEF_VER_ARR) {
+    wanted += std::to_string(version) + ",";
+  }
+  wanted.pop_back();
+  return wanted;
+}
+
+// 0 and the definition, or the result of a refused one after its log line.
+int ReadDefinition(const char* api_def, uint32_t opcode, const char*& json,
+                   ApiDefinition& definition) {
+  const ApiBlob blob = SplitApiBlob(api_def);
+  if (!IsAcceptedVersion(blob.version)) {
+    LOG_AT(kProgress, "Unsupported API definition (wanted %s; got %d)", WantedVersions().c_str(),
+           blob.version);
+    return -1;
+  }
+  std::string error;
+  auto parsed = ParseApiDefinition(blob.json, error);
+  if (!parsed) {
+    LOG_AT(kFailure, "Parsing of API definition failed!! (opcode 0x%08x)", opcode);
+    LOG_AT(kAlways, "  JSON failure %s", error.c_str());
+    return -1;
+  }
+  const uint32_t defined = FromHex(parsed->opcode);
+  if (defined != opcode) {
+    // Deliberate: decimal digits behind "0x"; the text of a log line is what people search for, so
+    // it stays.
+    LOG_AT(kFailure, "Mismatch opcode in registration %s (0x%08u) vs definition (0x%08u)",
+           parsed->opcode.c_str(), opcode, defined);
+    return -2;
+  }
+  LOG_AT(kAlways, "json is %.*s", kLoggedCharacters, blob.json);
+  json = blob.json;
+  definition = std::move(*parsed);
+  return 0;
+}
+
+std::string AuthRequest(uint32_t service_id, uint32_t opcode, const char* json, const char* token) {
+  std::string request = R"({"req_type":"AUTH","Service_Id":)";
+  request += std::to_string(static_cast<int32_t>(service_id));
+  request += R"(,"Opcode":)";
+  request += std::to_string(opcode);
+  request += R"(,"api_def":)";
+  request += json;
+  request += R"(,"Token":")";
+  request += token;
+  request += R"("})";
+  return request;
+}
+
+// This caller's record. One that an earlier call left behind when it could not send is taken over;
+// one whose caller still waits stays that caller's.
+RegsAuthMetaData InsertPending(uint32_t opcode) {
+  const MutexLock lock(AuthTable().mutex);
+  RegsAuthMetaData& record = AuthTable().pending.try_emplace(opcode, NewRecord()).first->second;
+  if (!IsUnattended(record)) {
+    return NewRecord();
+  }
+  *record.received = false;
+  return record;
+}
+
+int32_t AwaitVerdict(uint32_t opcode, const RegsAuthMetaData& record) {
+  MutexLock lock(AuthTable().mutex);
+  Await(record, lock);
+  AuthTable().pending.erase(opcode);
+  return *record.status;
+}
+
+void RecordSupported(uint32_t opcode, const ApiDefinition& definition) {
+  for (const uint32_t ssid : definition.subsystems) {
+    supported_services_add(opcode, ssid);
+    LOG_AT(kProgress, "Successfully authed and added 0x%08x::%u service mapping", opcode, ssid);
+  }
+}
+
+int32_t RequestRegistration(uint32_t opcode, const std::string& request) {
+  const RegsAuthMetaData record = InsertPending(opcode);
+  if (orvd_send_to_manager_raw(request.c_str()) != 0) {
+    LOG_AT(kFailure, "ORVEX service authenticate and registration failed to send to manager.");
+    return -1;
+  }
+  if (AwaitVerdict(opcode, record) < 0) {
+    LOG_AT(kFailure, "ORVEX service auth registration failed.");
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void HandleAuthAnswer(const Json::Value& message) {
+  DeliverVerdict(AuthTable(), message);
+}
+
+void HandlePlainRegistrationAnswer(const Json::Value& message) {
+  DeliverVerdict(PlainTable(), message);
+}
+
+int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char* api_def,
+                                const char* token) {
+  LOG_AT(kProgress, "ORVEX service register and authenticate");
+  const int refusal = Refuse(service_id, api_def, token);
+  if (refusal != 0) {
+    return refusal;
+  }
+  const char* json = nullptr;
+  ApiDefinition definition;
+  const int unread = ReadDefinition(api_def, opcode, json, definition);
+  if (unread != 0) {
+    return unread;
+  }
+  if (RequestRegistration(opcode, AuthRequest(service_id, opcode, json, token)) != 0) {
+    return -1;
+  }
+  RecordSupported(opcode, definition);
+  LOG_AT(kProgress, "ORVEX service authed and registered");
+  return 0;
+}
+
+int32_t _orvd_svc_register(...) {
+  LOG_AT(kAlways,
+         "Error: The orvd_svc_register API is deprecated. Use the orvd_svc_register_auth API.");
+  return -1;
+}

@@ -1,0 +1,40 @@
+#include <set>
+#include <utility>
+
+#include "IOrvdClient.h"
+#include "link/log.h"
+#include "link/mutex.h"
+#include "link/never_destroyed.h"
+
+namespace {
+
+struct SupportedServices {
+  Mutex mutex;
+  std::set<std::pair<uint32_t, uint32_t>> pairs GUARDED_BY(mutex);
+};
+
+SupportedServices& Supported() {
+  return ProcessWide<SupportedServices>();
+}
+
+}  // namespace
+
+int supported_services_add(uint32_t opcode, uint32_t ssid) {
+  const MutexLock lock(Supported().mutex);
+  if (Supported().pairs.emplace(opcode, ssid).second) {
+    LOG_AT(kProgress, "Added service 0x%08x::%d", opcode, static_cast<int>(ssid));
+  } else {
+    LOG_AT(kProgress, "Duplicate service registration 0x%08x::%u", opcode, ssid);
+  }
+  return 1;
+}
+
+bool is_service_supported(uint32_t opcode, uint32_t ssid) {
+  const MutexLock lock(Supported().mutex);
+  return Supported().pairs.count({opcode, ssid}) != 0;
+}
+
+void supported_services_clear() {
+  const MutexLock lock(Supported().mutex);
+  Supported().pairs.clear();
+}
