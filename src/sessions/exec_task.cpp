@@ -1,0 +1,112 @@
+#include "sessions/exec_task.h"
+
+#include <android-base/properties.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <new>
+#include <thread>
+#include <utility>
+
+#include "IOrvdClient.h"
+#include "link/json_members.h"
+#include "link/log.h"
+#include "sessions/session_table.h"
+
+namespace {
+
+struct TaskAddress {
+  uint32_t session_id;
+  SessionPair pair;
+};
+
+TaskAddress ReadAddress(const Json::Value& msg) {
+  const uint32_t opcode = FromHex(TextMember(msg, "opcode", "0x0"));
+  const uint32_t subsys_id = UintMember(msg, "subsys_id");
+  return {UintMember(msg, "session_id"), {opcode, subsys_id}};
+}
+
+// The clocks of both processes are one. Unsigned, because the start time is the Manager's to
+// choose.
+void LogLatency(const Json::Value& msg) {
+  const Json::Value* member = FindMember(msg, "start_time");
+  const int64_t start_ms = member != nullptr ? member->asInt64() : 0;
+  const int64_t now_ns = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                             std::chrono::steady_clock::now().time_since_epoch())
+                             .count();
+  const uint64_t taken_ns =
+      static_cast<uint64_t>(now_ns) - static_cast<uint64_t>(start_ms) * UINT64_C(1000000);
+  LOG_INFO("Time taken from ORVEX mgr to PLIX: %lldms",
+           static_cast<long long>(static_cast<int64_t>(taken_ns) / 1000000));
+}
+
+bool IsReady(const TaskAddress& address) {
+  const auto [opcode, ssid] = address.pair;
+  const MutexLock lock(Sessions().mutex);
+  const auto session = Sessions().sessions.find(address.session_id);
+  if (session == Sessions().sessions.end()) {
+    LOG_AT(kFailure, "Invalid session_id was passed to execute function %d",
+           static_cast<int>(address.session_id));
+    return false;
+  }
+  const auto found = session->second.find(address.pair);
+  if (found == session->second.end()) {
+    LOG_AT(kFailure, "No Session %u with 0x%08x::%u", address.session_id, opcode, ssid);
+    return false;
+  }
+  if (found->second != ORVD_READY) {
+    LOG_AT(kFailure, "Session %u with 0x%08x::%u not ready", address.session_id, opcode, ssid);
+    return false;
+  }
+  return true;
+}
+
+_orvex_call_info_t* NewCallRecord(const Json::Value& msg, const TaskAddress& address) {
+  void* memory = calloc(1, sizeof(_orvex_call_info_t));
+  if (memory == nullptr) {
+    LOG_AT(kFailure, "Out of memory");
+    return nullptr;
+  }
+  auto* call = new (memory) _orvex_call_info_t{};
+  call->session_id = address.session_id;
+  call->subsys_id = address.pair.second;
+  call->transac_id = IntMember(msg, "transac_id", 0);
+  return call;
+}
+
+void FreeCallRecord(_orvex_call_info_t* call) {
+  call->~_orvex_call_info_t();
+  free(call);
+}
+
+}  // namespace
+
+int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
+  const TaskAddress address = ReadAddress(msg);
+  if (android::base::GetBoolProperty("vendor.orvex.mgr.latency_measure", false)) {
+    LogLatency(msg);
+  }
+  if (!IsReady(address)) {
+    return -1;
+  }
+  _orvex_call_info_t* call = NewCallRecord(msg, address);
+  if (call == nullptr) {
+    return -1;
+  }
+  orvex_func_call_info_t args{};
+  if (AddParamsToQueues(msg, &args) != 0) {
+    ClearParamsFromQueues(args);
+    // Deliberate: the record of a refused call stays allocated, one for each refusal.
+    return -1;  // NOLINT(clang-analyzer-unix.Malloc)
+  }
+  std::thread(calling_wrapper, call, task, std::move(args)).detach();
+  return 0;
+}
+
+void calling_wrapper(_orvex_call_info_t* call, orvd_task_function_t task,
+                     orvex_func_call_info_t args) {
+  task(call, args);
+  ClearParamsFromQueues(args);
+  orvd_send_response(call, "");
+  FreeCallRecord(call);
+}

@@ -1,0 +1,105 @@
+#include "sessions/session_end.h"
+
+#include <map>
+#include <vector>
+
+#include "link/log.h"
+#include "sessions/end_pairs.h"
+#include "sessions/opcode_walk.h"
+#include "sessions/session_response.h"
+#include "sessions/session_state.h"
+#include "sessions/session_table.h"
+
+namespace {
+
+void AnswerEnd(uint32_t session_id, const EndCount& count) {
+  std::map<unsigned, std::vector<unsigned>> none;
+  if (send_session_response(false, count.ended >= 1, session_id, none) != 0) {
+    LOG_AT(kFailure, "Failed to send end session response to ORVEX Manager");
+  }
+  LogEnded(session_id, count);
+}
+
+bool IsOpenOrAnswered(uint32_t session_id) {
+  const MutexLock lock(Sessions().mutex);
+  if (Sessions().sessions.count(session_id) != 0) {
+    return true;
+  }
+  LOG_AT(kWarning, "Session %u is not active; ignoring", session_id);
+  // Deliberate: answered with the mutex held, so that nothing can open the session before the
+  // Manager knows.
+  AnswerEnd(session_id, {});
+  return false;
+}
+
+// Deliberate: a JSON number here, hexadecimal text in the messages that start and ready sessions; a
+// missing id is text too and ends the request without an answer, as the Manager expects of a
+// malformed one.
+bool ReadNumericOpcode(const Json::Value& element, uint32_t& opcode) {
+  const Json::Value* id = FindMember(element, "id");
+  if (id == nullptr || !id->isUInt()) {
+    return false;
+  }
+  opcode = id->asUInt();
+  return true;
+}
+
+void EndPair(uint32_t session_id, const SessionPair& pair, const ReadyEntry& entry,
+             EndCount& count) {
+  const auto [opcode, ssid] = pair;
+  LOG_AT(kProgress, "Trying to end session %u with 0x%08x::%u", session_id, opcode, ssid);
+  const MutexLock lock(Sessions().mutex);
+  SessionPairs& pairs = Sessions().sessions[session_id];
+  const auto found = pairs.find(pair);
+  if (found == pairs.end()) {
+    LOG_AT(kWarning, "Session %u with 0x%08x::%u is not active; ignoring", session_id, opcode,
+           ssid);
+    ++count.failed;
+  } else if (TerminatePair(session_id, pair, entry, count)) {
+    pairs.erase(found);
+  }
+}
+
+void EndWholeSession(uint32_t session_id, EndCount& count) {
+  const MutexLock lock(Sessions().mutex);
+  SessionPairs& pairs = Sessions().sessions[session_id];
+  for (const auto& [pair, state] : pairs) {
+    const auto entry = FindReadyEntry(pair.first);
+    if (entry) {
+      InformEnd(session_id, pair, *entry, count);
+    }
+  }
+  pairs.clear();
+}
+
+void DropEmptySession(uint32_t session_id) {
+  const MutexLock lock(Sessions().mutex);
+  const auto found = Sessions().sessions.find(session_id);
+  if (found != Sessions().sessions.end() && found->second.empty()) {
+    LOG_AT(kProgress, "Session %u completely ended", session_id);
+    Sessions().sessions.erase(found);
+  }
+}
+
+}  // namespace
+
+int handle_session_end(Json::Value& msg) {
+  const uint32_t session_id = UintMember(msg, "session_id");
+  if (!IsOpenOrAnswered(session_id)) {
+    return -1;
+  }
+  EndCount count;
+  const bool readable = WalkOpcodes(msg, ReadNumericOpcode,
+                                    [&](uint32_t opcode, const ReadyEntry& entry, uint32_t ssid) {
+                                      EndPair(session_id, {opcode, ssid}, entry, count);
+                                    });
+  if (!readable) {
+    return -1;
+  }
+  if (IsEmptyList(ListMember(msg, "opcodes"))) {
+    EndWholeSession(session_id, count);
+  }
+  DropEmptySession(session_id);
+  AnswerEnd(session_id, count);
+  return count.ended >= 1 ? 0 : -1;
+}

@@ -1,0 +1,75 @@
+#include "sessions/session_ready.h"
+
+#include <mutex>
+
+#include "link/log.h"
+#include "link/state.h"
+#include "sessions/opcode_walk.h"
+#include "sessions/session_state.h"
+#include "sessions/session_table.h"
+
+namespace {
+
+bool IsOpen(uint32_t session_id) {
+  const MutexLock lock(Sessions().mutex);
+  if (Sessions().sessions.count(session_id) != 0) {
+    return true;
+  }
+  LOG_AT(kFailure, "Invalid session_id was passed to handle_session_ready %d",
+         static_cast<int>(session_id));
+  LOG_AT(kFailure, "Failed to handle session ready event");
+  return false;
+}
+
+// Whether the pair became ready.
+bool MakeReady(uint32_t session_id, int service_id, const SessionPair& pair,
+               const ReadyEntry& entry) REQUIRES(Sessions().mutex) {
+  const auto [opcode, ssid] = pair;
+  SessionPairs& pairs = Sessions().sessions[session_id];
+  const auto found = pairs.find(pair);
+  if (found == pairs.end()) {
+    LOG_AT(kFailure, "Session %u with 0x%08x::%u not started before ready call", session_id, opcode,
+           ssid);
+    return false;
+  }
+  if (found->second == ORVD_READY) {
+    LOG_AT(kFailure, "Session %u with 0x%08x::%u already in ready state", session_id, opcode, ssid);
+    return false;
+  }
+  CallSessionState(service_id, {ORVD_SESSION_READY, opcode, ssid, session_id}, entry.state_callback,
+                   entry.user_data);
+  found->second = ORVD_READY;
+  return true;
+}
+
+// Deliberate: one lock object serves the whole request, and a rejected pair leaves it locked. A
+// further pair then raises std::system_error: a Manager that readies what it did not start has lost
+// track of the sessions, and the process ends rather than serve them half ready. A rejected pair
+// that is the last one does no harm.
+void ReadyPairs(const Json::Value& msg, uint32_t session_id,
+                int service_id) NO_THREAD_SAFETY_ANALYSIS {
+  std::unique_lock<std::mutex> lock(Sessions().mutex.native(), std::defer_lock);
+  WalkOpcodes(
+      msg, ReadHexOpcode,
+      [&](uint32_t opcode, const ReadyEntry& entry, uint32_t ssid) NO_THREAD_SAFETY_ANALYSIS {
+        LOG_AT(kProgress, "Trying to ready session %u with 0x%08x::%u", session_id, opcode, ssid);
+        lock.lock();
+        if (MakeReady(session_id, service_id, {opcode, ssid}, entry)) {
+          lock.unlock();
+        }
+      });
+}
+
+}  // namespace
+
+void handle_session_ready(Json::Value& msg) {
+  uint32_t session_id = 0;
+  if (!ReadUintMember(msg, "session_id", session_id)) {
+    LOG_AT(kFailure, "Failed to handle session ready event");
+    return;
+  }
+  LOG_AT(kAlways, "session_id received is %u", session_id);
+  if (IsOpen(session_id)) {
+    ReadyPairs(msg, session_id, ServiceId());
+  }
+}

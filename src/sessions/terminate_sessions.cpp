@@ -1,0 +1,42 @@
+#include "sessions/terminate_sessions.h"
+
+#include "link/log.h"
+#include "sessions/end_pairs.h"
+#include "sessions/session_state.h"
+
+namespace {
+
+void TerminateAllPairs(uint32_t session_id, const SessionPairs& pairs, EndCount& count)
+    REQUIRES(Sessions().mutex) {
+  for (const auto& [pair, state] : pairs) {
+    const auto entry = FindReadyEntry(pair.first);
+    if (entry) {
+      TerminatePair(session_id, pair, *entry, count);
+    }
+  }
+}
+
+}  // namespace
+
+int terminate_sessions() {
+  const auto lowest = LowestReadyEntry();
+  if (!lowest) {
+    LOG_AT(kProgress, "No sessions due to no ready opcodes.");
+    return 0;
+  }
+  const auto& [opcode, entry] = *lowest;
+  inform_session_state(0, opcode, 0, entry.state_callback, entry.user_data, ORVD_TERMINATED);
+
+  EndCount count;
+  uint32_t last_session_id = 0;
+  {
+    const MutexLock lock(Sessions().mutex);
+    for (const auto& [session_id, pairs] : Sessions().sessions) {
+      last_session_id = session_id;
+      TerminateAllPairs(session_id, pairs, count);
+    }
+    Sessions().sessions.clear();
+  }
+  LogEnded(last_session_id, count);
+  return count.ended >= 1 ? 0 : -1;
+}
