@@ -1,0 +1,29 @@
+// Sees every line that the library logs: the test executable defines __android_log_print itself.
+
+#pragma once
+
+#include <chrono>
+#include <ostream>
+#include <string>
+#include <vector>
+
+struct LogLine {
+  int priority;
+  std::string text;
+
+  bool operator==(const LogLine& other) const {
+    return priority == other.priority && text == other.text;
+  }
+};
+
+std::ostream& operator<<(std::ostream& out, const LogLine& line);
+
+// All lines since the last ClearLog.
+std::vector<LogLine> Log();
+// Their texts, one a line.
+std::string LogText();
+void ClearLog();
+size_t CountLogged(const std::string& text);
+// Waits until exactly this line has been logged.
+bool WaitLogged(const std::string& text,
+                std::chrono::milliseconds limit = std::chrono::milliseconds(10000));

@@ -1,0 +1,165 @@
+#include "support/service_fixture.h"
+
+#include <android-base/properties.h>
+
+#include <cstdio>
+#include <thread>
+
+namespace {
+
+const char* EventName(orvd_status_t type) {
+  constexpr const char* kNames[] = {"terminated",        "reconnected",  "start", "end",
+                                    "permission_change", "state_change", "ready", "setting_change"};
+  return kNames[type];
+}
+
+std::string Hex(uint32_t opcode) {
+  char text[16];
+  snprintf(text, sizeof(text), "0x%08x", opcode);
+  return text;
+}
+
+std::string Render(const orvd_req_t& req) {
+  std::string line = EventName(req.type);
+  const auto add = [&line](const std::string& name, const std::string& value) {
+    line += value.empty() ? "" : " " + name + (name.empty() ? "" : " ") + value;
+  };
+  if (req.opcode != 0 || req.ssid != 0) {
+    add("", Hex(req.opcode) + "::" + std::to_string(req.ssid));
+  }
+  add("session", req.session_id != 0 ? std::to_string(req.session_id) : "");
+  add("permission", req.permission);
+  add("status", req.status != 0 ? std::to_string(req.status) : "");
+  add("state", req.state);
+  add("package", req.package);
+  return line;
+}
+
+std::string SubsystemList(std::initializer_list<uint32_t> ssids) {
+  std::string list;
+  for (const uint32_t ssid : ssids) {
+    list += (list.empty() ? "" : ",") + (R"({"id":)" + std::to_string(ssid) + "}");
+  }
+  return "[" + list + "]";
+}
+
+}  // namespace
+
+void SetTestProperty(const std::string& name, const std::string& value) {
+  android::base::SetProperty(name, value);
+}
+
+void SetDebugLevel(int level) {
+  SetTestProperty("persist.vendor.orvex.clientlib.debug_level", std::to_string(level));
+}
+
+bool Eventually(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + orvd::kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids) {
+  return "\x01ORVEX\x01\x02"
+         R"({"Orvex":{"opcode":")" +
+         Hex(opcode) + R"(","subsystems":)" + SubsystemList(ssids) + "}}";
+}
+
+std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
+                           std::initializer_list<uint32_t> ssids) {
+  const std::string id =
+      req_type == "end_session" ? std::to_string(opcode) : "\"" + Hex(opcode) + "\"";
+  return R"({"req_type":")" + req_type + R"(","session_id":)" + std::to_string(session_id) +
+         R"(,"opcodes":[{"id":)" + id + R"(,"subsystems":)" + SubsystemList(ssids) + "}]}";
+}
+
+int Recorder::Callback(int service_id, orvd_req_t* req, void* user_data) {
+  return static_cast<Recorder*>(user_data)->Record(service_id, *req);
+}
+
+int Recorder::Record(int service_id, const orvd_req_t& req) {
+  EXPECT_EQ(service_id, kServiceId);
+  const std::string line = Render(req);
+  int result = 0;
+  std::function<void(const orvd_req_t&)> hook;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    events_ += line + "\n";
+    hook = hook_;
+    for (const auto& [prefix, chosen] : results_) {
+      if (line.compare(0, prefix.size(), prefix) == 0) {
+        result = chosen;
+      }
+    }
+  }
+  if (hook) {
+    hook(req);
+  }
+  return result;
+}
+
+std::string Recorder::events() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return events_;
+}
+
+void Recorder::Clear() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  events_.clear();
+}
+
+bool Recorder::WaitFor(const std::string& event) const {
+  return Eventually(
+      [&] { return ("\n" + events()).find("\n" + event + "\n") != std::string::npos; });
+}
+
+void Recorder::Return(const std::string& event_prefix, int result) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  results_.emplace_back(event_prefix, result);
+}
+
+void Recorder::SetHook(std::function<void(const orvd_req_t&)> hook) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  hook_ = std::move(hook);
+}
+
+ServiceTest::ServiceTest() {
+  peer.AgreeToEverything(kServiceId);
+}
+
+// The callbacks must not outlive what they point to.
+ServiceTest::~ServiceTest() {
+  orvd_svc_deinit(kServiceId);
+}
+
+void ServiceTest::Init() {
+  ASSERT_EQ(orvd_svc_init(), kServiceId);
+  peer.SkipAll();
+}
+
+void ServiceTest::Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,
+                        orvd_task_function_t task) {
+  ASSERT_EQ(_orvd_svc_register_auth(kServiceId, opcode, ApiBlob(opcode, ssids).c_str(), "token"),
+            0);
+  ASSERT_EQ(_orvd_svc_ready(kServiceId, opcode, Recorder::Callback, &recorder, task), 0);
+  peer.SkipAll();
+}
+
+void ServiceTest::OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssid) {
+  peer.Send(SessionMessage("start_session", session_id, opcode, {ssid}));
+  const auto answer = peer.NextOf("start_session");
+  ASSERT_TRUE(answer && answer->find("Success") != std::string::npos);
+  peer.Send(SessionMessage("ready_session", session_id, opcode, {ssid}));
+  Settle();
+}
+
+void ServiceTest::Settle() {
+  const std::string fence = "fence " + std::to_string(++settled_);
+  ASSERT_TRUE(peer.Send(R"({"req_type":")" + fence + R"("})"));
+  ASSERT_TRUE(WaitLogged("Unknown request type '" + fence + "'"));
+}

@@ -1,0 +1,81 @@
+// A service under test, and the Manager that it talks to over the real path.
+
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "IOrvdClient.h"
+#include "manager_peer.h"
+#include "support/log_capture.h"
+
+inline constexpr const char* kSharedPath = "/dev/socket/orvd";
+inline constexpr const char* kDedicatedPath = "/dev/socket/orvex_one/orvd_one";
+inline constexpr int kServiceId = 7;
+
+void SetDebugLevel(int level);  // takes effect at the next orvd_svc_init
+void SetTestProperty(const std::string& name, const std::string& value);
+
+// Polls until `condition` holds or the patience is over.
+bool Eventually(const std::function<bool()>& condition);
+
+// A full blob: marker, version, {"Orvex":{"opcode":"0x...","subsystems":[{"id":N},...]}}.
+std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids);
+
+// What the session-state callbacks were told, in order, across all opcodes. Pass Recorder::Callback
+// with the recorder as user data.
+class Recorder {
+ public:
+  static int Callback(int service_id, orvd_req_t* req, void* user_data);
+
+  // Each event as one line: type, pair, session, and the other fields that are not empty or 0. For
+  // example "start 0x0000a001::1 session 9" or "state_change session 3 state screen:on package p".
+  std::string events() const;
+  void Clear();
+  bool WaitFor(const std::string& event) const;
+  // What the callback returns from now on for events whose line begins so ("" for all).
+  void Return(const std::string& event_prefix, int result);
+  // Called inside the callback, after recording.
+  void SetHook(std::function<void(const orvd_req_t&)> hook);
+
+ private:
+  int Record(int service_id, const orvd_req_t& req);
+
+  mutable std::mutex mutex_;
+  std::string events_;
+  std::vector<std::pair<std::string, int>> results_;
+  std::function<void(const orvd_req_t&)> hook_;
+};
+
+class ServiceTest : public testing::Test {
+ protected:
+  ServiceTest();
+  ~ServiceTest() override;
+
+  // orvd_svc_init against a peer that agrees to everything; fails the test unless it returns
+  // kServiceId.
+  void Init();
+  // Registers and readies; fails the test unless both succeed. Leaves no messages in the peer.
+  void Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,
+             orvd_task_function_t task = nullptr);
+  // Starts and readies the pair in the session; fails the test unless it is answered with success.
+  void OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssid);
+  // Returns when the receive thread has handled all that was sent before. Needs a debug level of 1
+  // or more.
+  void Settle();
+
+  orvd::ManagerPeer peer{kSharedPath};
+  Recorder recorder;
+
+ private:
+  int settled_ = 0;
+};
+
+// {"req_type":"start_session",...} and "ready_session" for one pair.
+std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
+                           std::initializer_list<uint32_t> ssids);
