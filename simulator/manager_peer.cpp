@@ -1,6 +1,5 @@
 #include "manager_peer.h"
 
-#include <json/json.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -20,6 +19,8 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "json_text.h"
 
 namespace orvd {
 namespace {
@@ -64,28 +65,22 @@ SharedSocket ListenOn(const std::string& path) {
   return listener;
 }
 
-Json::Value Parse(const std::string& text) {
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  Json::Value root;
-  const bool parsed = reader->parse(text.data(), text.data() + text.size(), &root, nullptr);
-  return parsed && root.isObject() ? root : Json::Value(Json::objectValue);
-}
-
 std::string OpcodeAnswer(const std::string& request, const char* req_type, int result) {
   return std::string(R"({"req_type":")") + req_type + R"(","opcode":")" +
-         Parse(request)["Opcode"].asString() + R"(","result":)" + std::to_string(result) + "}";
+         ParseObject(request)["Opcode"].asString() + R"(","result":)" + std::to_string(result) +
+         "}";
 }
 
 }  // namespace
 
 std::string KindOf(const std::string& message) {
-  const Json::Value kind = Parse(message)["req_type"];
+  const Json::Value kind = ParseObject(message)["req_type"];
   return kind.isString() ? kind.asString() : message;
 }
 
 class ManagerPeer::Impl {
  public:
-  explicit Impl(std::string path);
+  Impl(std::string path, bool listening);
   ~Impl();
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
@@ -148,10 +143,10 @@ class ManagerPeer::Impl {
   std::thread thread_;
 };
 
-ManagerPeer::Impl::Impl(std::string path)
+ManagerPeer::Impl::Impl(std::string path, bool listening)
     : path_(std::move(path)),
       wake_(Checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")),
-      listener_(ListenOn(path_)),
+      listener_(listening ? ListenOn(path_) : nullptr),
       thread_([this] { Run(); }) {}
 
 ManagerPeer::Impl::~Impl() {
@@ -405,7 +400,8 @@ void ManagerPeer::Impl::SetListening(bool listening) {
   }
 }
 
-ManagerPeer::ManagerPeer(std::string path) : impl_(std::make_unique<Impl>(std::move(path))) {}
+ManagerPeer::ManagerPeer(std::string path, bool listening)
+    : impl_(std::make_unique<Impl>(std::move(path), listening)) {}
 ManagerPeer::~ManagerPeer() = default;
 
 void ManagerPeer::SetRule(const std::string& req_type, Rule rule) {
@@ -472,6 +468,16 @@ bool ManagerPeer::WaitEndOfFile(Milliseconds limit) {
 std::size_t ManagerPeer::connections() const {
   const std::lock_guard<std::mutex> lock(impl_->mutex_);
   return impl_->connections_;
+}
+
+std::optional<int> ManagerPeer::client_pid() const {
+  const SharedSocket present = impl_->client();
+  ucred credentials{};
+  socklen_t size = sizeof(credentials);
+  if (!present || getsockopt(present->fd(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+    return std::nullopt;
+  }
+  return credentials.pid;
 }
 
 void ManagerPeer::HangUp() {

@@ -44,9 +44,9 @@ using Rule = std::function<std::optional<std::string>(const std::string& message
 
 class ManagerPeer {
  public:
-  // Listens on `path`; makes the folder of the socket if it is missing, replaces a socket left
-  // behind. Throws std::system_error when it cannot.
-  explicit ManagerPeer(std::string path);
+  // Listens on `path`, unless that is left to Listen(); makes the folder of the socket if it is
+  // missing, replaces a socket left behind. Throws std::system_error when it cannot.
+  explicit ManagerPeer(std::string path, bool listening = true);
   ~ManagerPeer();
   ManagerPeer(const ManagerPeer&) = delete;
   ManagerPeer& operator=(const ManagerPeer&) = delete;
@@ -77,6 +77,7 @@ class ManagerPeer {
                        Milliseconds limit = kPatience);  // so many since the start
   bool WaitEndOfFile(Milliseconds limit = kPatience);    // the present or last client has closed
   std::size_t connections() const;
+  std::optional<int> client_pid() const;  // the process behind the present connection
 
   // --- Hanging up. All but StopReading end the present connection as its client sees it. ---
   void HangUp();  // drains what was sent to it, then closes: the client reads end of file

@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Serves the sensor hub with a Manager peer: two processes on the real socket path, in a /dev of their own.
+# usage: demo.sh BUILD_FOLDER
+set -euo pipefail
+
+build=$(cd "$1" && pwd)
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+limit=50 # seconds, for a demonstration that takes a few
+pace=80  # milliseconds before each step, so that log and conversation stand side by side
+
+if [ -z "${ORVEX_PRIVATE_DEV:-}" ]; then
+  exec bwrap --die-with-parent --bind / / --dev /dev --dir /dev/socket --setenv ORVEX_PRIVATE_DEV 1 \
+    -- bash "${BASH_SOURCE[0]}" "$build"
+fi
+
+color=never
+dim='' plain=''
+if [ -t 1 ]; then
+  color=always dim=$'\e[2m' plain=$'\e[0m'
+fi
+
+# The host's log lines, "name E 01-01 00:00:00 pid tid text", with priority and text kept.
+show_log() {
+  sed -uE "s/^[^ ]+ ([A-Z]) [0-9-]+ [0-9:]+ +[0-9]+ +[0-9]+ (.*)$/\1 \2/; s/^(.*)$/${dim}                          log | \1${plain}/"
+}
+
+summary=$(mktemp)
+trap 'rm -f "$summary"' EXIT
+timeout "$limit" "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" \
+  "$here/demo.scenario" &
+manager=$!
+for _ in $(seq 100); do
+  [ ! -S /dev/socket/orvd ] || break
+  sleep 0.02
+done
+timeout "$limit" "$build/examples/sensor_hub_service" > >(show_log) 2>&1 &
+service=$!
+
+result=0
+wait "$manager" || result=$?
+if [ $result -ne 0 ]; then
+  kill "$service" 2>/dev/null || true
+fi
+wait "$service" || { echo "the service ended with an error"; result=1; }
+wait # for the rest of the log
+cat "$summary"
+exit $result

@@ -1,0 +1,106 @@
+// orvd-sim: a Manager for the desk. Plays a scenario against a service that someone else started.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "conversation.h"
+#include "manager_peer.h"
+#include "player.h"
+#include "scenario.h"
+
+namespace {
+
+constexpr int kNotAsExpected = 1;
+constexpr int kBadUsage = 2;
+
+constexpr const char* kUsage =
+    R"(usage: orvd-sim [--path SOCKET] [--color auto|always|never] [--pace MS]
+                [--summary FILE] SCENARIO
+
+Listens on SOCKET (default /dev/socket/orvd), waits for a service, plays SCENARIO against it and prints
+the conversation, with a pause of MS milliseconds before each step, and a summary, to FILE if there is one.
+Exits with 0 when everything came as expected, with 1 when not, with 2 for a scenario or an
+option that cannot be read.
+
+)";
+
+struct Options {
+  std::string path = "/dev/socket/orvd";
+  std::string color = "auto";
+  std::string pace = "0";
+  std::string summary = "/dev/stdout";
+  std::string scenario;
+  bool help = false;
+};
+
+// False for what is no option.
+bool ReadOptions(const std::vector<std::string>& words, Options& options) {
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const bool has_value = i + 1 < words.size();
+    if (words[i] == "--help") {
+      options.help = true;
+    } else if (words[i] == "--path" && has_value) {
+      options.path = words[++i];
+    } else if (words[i] == "--color" && has_value) {
+      options.color = words[++i];
+    } else if (words[i] == "--pace" && has_value) {
+      options.pace = words[++i];
+    } else if (words[i] == "--summary" && has_value) {
+      options.summary = words[++i];
+    } else if (words[i].substr(0, 1) != "-" && options.scenario.empty()) {
+      options.scenario = words[i];
+    } else {
+      return false;
+    }
+  }
+  const bool known_color =
+      options.color == "auto" || options.color == "always" || options.color == "never";
+  return options.help || (known_color && !options.scenario.empty());
+}
+
+bool UseColor(const std::string& choice) {
+  return choice == "always" || (choice == "auto" && isatty(STDOUT_FILENO) == 1);
+}
+
+int Run(const Options& options) {
+  std::ifstream file(options.scenario);
+  if (!file) {
+    throw orvd::ScenarioError(options.scenario + ": cannot be read");
+  }
+  const std::vector<orvd::Step> steps = orvd::ReadScenario(file, options.scenario);
+  orvd::Conversation conversation(stdout, UseColor(options.color));
+  orvd::ManagerPeer peer(options.path, false);
+  peer.SetObserver([&](const orvd::TranscriptEntry& entry) { conversation.Print(entry); });
+  orvd::Player player(peer, conversation, orvd::Milliseconds(std::stoi(options.pace)));
+  const orvd::Score score = player.Play(steps);
+  peer.SetObserver(nullptr);
+  std::ofstream(options.summary, std::ios::app)
+      << score.sent << " tasks sent, " << score.answered << " answered as expected, "
+      << score.rejected << " rejected as expected, " << score.failures << " failures\n";
+  return score.failures == 0 ? 0 : kNotAsExpected;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (!ReadOptions({argv + 1, argv + argc}, options)) {
+    std::cerr << kUsage;
+    return kBadUsage;
+  }
+  if (options.help) {
+    std::cout << kUsage << orvd::kScenarioHelp;
+    return 0;
+  }
+  try {
+    return Run(options);
+  } catch (const std::exception& error) {
+    std::cerr << "orvd-sim: " << error.what() << "\n";
+    return kBadUsage;
+  }
+}

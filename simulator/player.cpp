@@ -1,0 +1,204 @@
+#include "player.h"
+
+#include <signal.h>
+
+#include <optional>
+#include <thread>
+
+#include "json_text.h"
+
+namespace orvd {
+namespace {
+
+constexpr const char* kTask = "exec_task";
+
+// Whether `actual` has all that `expected` names, with those values.
+bool Matches(const Json::Value& expected, const Json::Value& actual) {
+  if (expected.isObject()) {
+    bool all = actual.isObject();
+    for (const std::string& name : expected.getMemberNames()) {
+      all = all && actual.isMember(name) && Matches(expected[name], actual[name]);
+    }
+    return all;
+  }
+  if (expected.isArray()) {
+    bool all = actual.isArray() && actual.size() == expected.size();
+    for (Json::ArrayIndex i = 0; all && i < expected.size(); ++i) {
+      all = Matches(expected[i], actual[i]);
+    }
+    return all;
+  }
+  if (expected.isNumeric() && actual.isNumeric()) {
+    return expected.asDouble() == actual.asDouble();
+  }
+  return expected == actual;
+}
+
+std::string Expected(const std::string& wanted, const std::string& came) {
+  return "expected " + wanted + ", came " + came;
+}
+
+std::string AnswerTo(const std::string& request_text, Json::Value answer) {
+  const Json::Value request = ParseObject(request_text);
+  answer["req_type"] = request["req_type"];
+  if (request.isMember("Opcode")) {
+    answer["opcode"] = request["Opcode"].asString();
+  }
+  if (request.isMember("QueryId")) {
+    answer["QueryId"] = request["QueryId"];
+  }
+  return WriteCompact(answer);
+}
+
+std::optional<int> SignalNumber(const std::string& name) {
+  const std::map<std::string, int> signals{
+      {"TERM", SIGTERM}, {"INT", SIGINT}, {"HUP", SIGHUP}, {"KILL", SIGKILL}};
+  const auto found = signals.find(name);
+  return found == signals.end() ? std::nullopt : std::optional<int>(found->second);
+}
+
+}  // namespace
+
+Score Player::Play(const std::vector<Step>& steps) {
+  for (const Step& step : steps) {
+    if (step.verb != "answer" && step.verb != "say") {
+      peer_.Listen();
+      std::this_thread::sleep_for(pace_);
+    }
+    const std::string failure = Run(step);
+    if (!failure.empty()) {
+      conversation_.Failure("line " + std::to_string(step.line) + ": " + failure);
+      ++score_.failures;
+      return score_;
+    }
+  }
+  const std::string failure = CheckTasks();
+  if (!failure.empty()) {
+    conversation_.Failure(failure);
+    ++score_.failures;
+  }
+  return score_;
+}
+
+std::string Player::Run(const Step& step) {
+  if (step.verb == "say") {
+    conversation_.Heading(step.rest);
+    return "";
+  }
+  if (step.verb == "answer") {
+    return Answer(step);
+  }
+  if (step.verb == "send") {
+    return peer_.Send(WriteCompact(step.json)) ? "" : "nobody took the message";
+  }
+  if (step.verb == "expect") {
+    return Expect(step);
+  }
+  if (step.verb == "task") {
+    return Task(step);
+  }
+  if (step.verb == "result") {
+    return Result(step);
+  }
+  if (step.verb == "rejected") {
+    return Rejected(step);
+  }
+  if (step.verb == "signal") {
+    return Signal(step);
+  }
+  return peer_.WaitEndOfFile() ? "" : "the service did not close the connection";
+}
+
+std::string Player::Answer(const Step& step) {
+  peer_.SetRule(step.kind, [answer = step.json](const std::string& request) {
+    return AnswerTo(request, answer);
+  });
+  return "";
+}
+
+// Task answers come in any order and between other messages; they are kept until they are asked
+// for.
+void Player::SortAnswer(const std::string& message) {
+  if (KindOf(message) == kTask) {
+    Json::Value answer = ParseObject(message);
+    answers_[answer["transac_id"].asInt()] = answer;
+  }
+}
+
+std::string Player::Expect(const Step& step) {
+  for (;;) {
+    const std::optional<std::string> message = peer_.Next();
+    if (!message) {
+      return Expected(step.kind, "nothing");
+    }
+    if (KindOf(*message) == step.kind) {
+      return Matches(step.json, ParseObject(*message))
+                 ? ""
+                 : Expected(WriteCompact(step.json), *message);
+    }
+    SortAnswer(*message);
+  }
+}
+
+std::string Player::Task(const Step& step) {
+  Json::Value task = step.json;
+  task["req_type"] = kTask;
+  open_.insert(task["transac_id"].asInt());
+  ++score_.sent;
+  return peer_.Send(WriteCompact(task)) ? "" : "nobody took the task";
+}
+
+std::string Player::Result(const Step& step) {
+  const int transac_id = step.json["transac_id"].asInt();
+  while (answers_.count(transac_id) == 0) {
+    const std::optional<std::string> message = peer_.Next();
+    if (!message) {
+      return Expected("the answer of task " + std::to_string(transac_id), "nothing");
+    }
+    SortAnswer(*message);
+  }
+  const Json::Value answer = answers_[transac_id];
+  answers_.erase(transac_id);
+  open_.erase(transac_id);
+  if (!Matches(step.json, answer)) {
+    return Expected(WriteCompact(step.json), WriteCompact(answer));
+  }
+  ++score_.answered;
+  return "";
+}
+
+std::string Player::Rejected(const Step& step) {
+  const int transac_id = std::atoi(step.kind.c_str());
+  if (open_.erase(transac_id) == 0) {
+    return "task " + step.kind + " was not sent, or is answered";
+  }
+  rejected_.insert(transac_id);
+  return "";
+}
+
+std::string Player::Signal(const Step& step) {
+  const std::optional<int> number = SignalNumber(step.kind);
+  const std::optional<int> pid = peer_.client_pid();
+  if (!number || !pid) {
+    return number ? "nobody is connected" : "unknown signal " + step.kind;
+  }
+  return kill(*pid, *number) == 0 ? "" : "the service cannot be signalled";
+}
+
+// Whatever is still to come has come when the service has closed the connection, with which
+// scenarios end.
+std::string Player::CheckTasks() {
+  while (const auto message = peer_.Next(Milliseconds(0))) {
+    SortAnswer(*message);
+  }
+  for (const auto& [transac_id, answer] : answers_) {
+    return Expected("no further answer", WriteCompact(answer));
+  }
+  for (const int transac_id : open_) {
+    return "task " + std::to_string(transac_id) + " has neither a result nor a rejection";
+  }
+  score_.rejected = static_cast<int>(rejected_.size());
+  return "";
+}
+
+}  // namespace orvd
