@@ -45,7 +45,6 @@
 extern "C" {
 
 // --- Lifecycle
-// -----------------------------------------------------------------------------------------
 
 // Connects to the Manager, starts the receive thread and obtains the service id.
 // Returns the service id (0 or more); the id of the present initialisation when there is one; -1
@@ -70,7 +69,6 @@ ORVD_EXPORT int orvd_svc_deinit(unsigned int svc_id);
 ORVD_EXPORT void orvd_log_marker(const char* text);
 
 // --- Registration
-// --------------------------------------------------------------------------------------
 
 // Registers `opcode` with its API definition and waits, without limit, for the Manager's verdict.
 // On success every subsystem that the definition lists is supported for the opcode. `api_def`: the
@@ -89,7 +87,6 @@ ORVD_EXPORT int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode
 ORVD_EXPORT int32_t _orvd_svc_register(...);
 
 // --- Readiness
-// -----------------------------------------------------------------------------------------
 
 // Declares `opcode` ready and waits, without limit, for the Manager's answer. The callbacks can be
 // called from before this returns. Returns 0; -1 not sent, or refused (the opcode is then not
@@ -106,8 +103,7 @@ ORVD_EXPORT int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode,
 }  // extern "C"
 
 // --- Supported pairs
-// ----------------------------------------------------------------------------------- Any thread,
-// callbacks included. None of them blocks.
+// Any thread, callbacks included. None of them blocks.
 
 // Adds the pair; a pair that is there already stays. Always returns 1.
 ORVD_EXPORT int supported_services_add(uint32_t opcode, uint32_t ssid);
@@ -115,7 +111,6 @@ ORVD_EXPORT bool is_service_supported(uint32_t opcode, uint32_t ssid);
 ORVD_EXPORT void supported_services_clear();
 
 // --- Answers
-// -------------------------------------------------------------------------------------------
 
 // Sends the answer that `call` holds. The library does this itself after each task, with an empty
 // `req_type`. `req_type` shows only in the short form (`transac_id` -1). A failed send is logged,
@@ -123,7 +118,6 @@ ORVD_EXPORT void supported_services_clear();
 ORVD_EXPORT void orvd_send_response(_orvex_call_info_t* call, std::string req_type);
 
 // --- Constants
-// -----------------------------------------------------------------------------------------
 
 // The API-definition version that registration accepts: 2.
 extern ORVD_EXPORT const uint8_t ORVD_JSON_DEF_VER_ARR[1];
