@@ -1,5 +1,6 @@
 // orvd-sim: a Manager for the desk. Plays a scenario against a service that someone else started.
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -82,6 +83,9 @@ int Run(const Options& options) {
   std::ofstream(options.summary, std::ios::app)
       << score.sent << " tasks sent, " << score.answered << " answered as expected, "
       << score.rejected << " rejected as expected, " << score.failures << " failures\n";
+  if (score.die) {
+    raise(SIGKILL);
+  }
   return score.failures == 0 ? 0 : kNotAsExpected;
 }
 
