@@ -1,10 +1,10 @@
 // A sensor hub as a service: copy this file and replace the functions. SIGTERM and SIGINT end it.
 
 #include <json/writer.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -177,7 +177,7 @@ void Offer(Hub& hub) {
 }  // namespace
 
 int main() {
-  setvbuf(stdout, nullptr, _IOLBF, 0);
+  static_cast<void>(setvbuf(stdout, nullptr, _IOLBF, 0));
   sigset_t awaited{};
   sigemptyset(&awaited);
   for (const int number : {SIGTERM, SIGINT, kReconnected, kGaveUp}) {

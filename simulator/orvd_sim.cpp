@@ -1,8 +1,8 @@
 // orvd-sim: a Manager for the desk. Plays a scenario against a service that someone else started.
 
-#include <signal.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -84,7 +84,7 @@ int Run(const Options& options) {
       << score.sent << " tasks sent, " << score.answered << " answered as expected, "
       << score.rejected << " rejected as expected, " << score.failures << " failures\n";
   if (score.die) {
-    raise(SIGKILL);
+    static_cast<void>(raise(SIGKILL));
   }
   return score.failures == 0 ? 0 : kNotAsExpected;
 }

@@ -1,7 +1,7 @@
 #include "player.h"
 
-#include <signal.h>
-
+#include <csignal>
+#include <cstdlib>
 #include <optional>
 #include <thread>
 
@@ -176,7 +176,7 @@ std::string Player::Result(const Step& step) {
 }
 
 std::string Player::Rejected(const Step& step) {
-  const int transac_id = std::atoi(step.kind.c_str());
+  const int transac_id = static_cast<int>(strtol(step.kind.c_str(), nullptr, 10));
   if (open_.erase(transac_id) == 0) {
     return "task " + step.kind + " was not sent, or is answered";
   }

@@ -119,6 +119,7 @@ std::vector<Step> ReadScenario(std::istream& in, const std::string& name) {
     }
   }
   std::vector<Step> steps;
+  steps.reserve(texts.size());
   for (auto& [number, text] : texts) {
     steps.push_back(ReadStep(std::move(text), name, number));
   }
