@@ -80,7 +80,7 @@ std::vector<bool> orvd_permission_query(uint32_t session_id, std::vector<std::st
   if (orvd_send_to_manager_raw(request.c_str()) != 0) {
     LOG_AT(kFailure, "Failed to receive ORVEX permission query ack");
     Pending().Erase(query_id);
-    const std::vector<bool> none_granted(permissions.empty() ? 1 : permissions.size(), false);
+    std::vector<bool> none_granted(permissions.empty() ? 1 : permissions.size(), false);
     return none_granted;
   }
   LOG_AT(kAlways, "waiting for response in orvd_permission_query");
