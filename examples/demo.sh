@@ -26,22 +26,37 @@ show_log() {
 
 summary=$(mktemp)
 trap 'rm -f "$summary"' EXIT
-timeout "$limit" "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" \
-  "$here/demo.scenario" &
-manager=$!
-for _ in $(seq 100); do
-  [ ! -S /dev/socket/orvd ] || break
-  sleep 0.02
-done
-timeout "$limit" "$build/examples/sensor_hub_service" > >(show_log) 2>&1 &
+
+play() {
+  timeout "$limit" "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" "$here/$1"
+}
+
+serve() {
+  until [ -S /dev/socket/orvd ]; do sleep 0.02; done
+  exec timeout "$limit" "$build/examples/sensor_hub_service"
+}
+
+serve > >(show_log) 2>&1 &
 service=$!
 
 result=0
-wait "$manager" || result=$?
+killed=137 # 128 + SIGKILL
+{ play demo.scenario || result=$?; } 2>/dev/null
+if [ $result -eq $killed ]; then
+  echo "--- The Manager has been killed and is away for half a second"
+  sleep 0.5
+  result=0
+  play demo_return.scenario || result=$?
+else
+  result=1
+fi
+
 if [ $result -ne 0 ]; then
   kill "$service" 2>/dev/null || true
 fi
 wait "$service" || { echo "the service ended with an error"; result=1; }
 wait # for the rest of the log
-cat "$summary"
+awk '{ sent += $1; answered += $4; rejected += $8; failures += $12 }
+  END { printf "%d tasks sent, %d answered as expected, %d rejected as expected, %d failures\n",
+        sent, answered, rejected, failures }' "$summary"
 exit $result

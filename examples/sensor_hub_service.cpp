@@ -1,17 +1,13 @@
-// A sensor hub as a service: copy this file and replace the functions.
-//
-// One opcode, two subsystems, four functions. SIGTERM and SIGINT end it. It can be tried on a desk
-// against orvd-sim; see demo.sh.
+// A sensor hub as a service: copy this file and replace the functions. SIGTERM and SIGINT end it.
 
 #include <json/writer.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <map>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -23,17 +19,15 @@ namespace {
 
 constexpr uint32_t kOpcode = 0xa001;
 constexpr const char* kOpcodeText = "0x0000a001";
-constexpr const char* kToken = "sensor-hub-token";
-// Told to the main thread.
-constexpr int kReconnected = SIGHUP;
+constexpr int kReconnected = SIGHUP;  // told to the main thread, like the next
 constexpr int kGaveUp = SIGUSR1;
+constexpr unsigned kOfferLimit = 30;  // seconds
 
-// Marker, version 2, then what the Manager is to know of this API. The library reads "opcode" and
-// "subsystems".
+// Marker, version 2, then what the Manager is to know of this API.
 constexpr const char* kApiDefinition =
     "\x01ORVEX\x01\x02"
     R"({"Orvex":{"opcode":"0xa001","subsystems":[{"id":1,"name":"thermal"},{"id":2,"name":"motion"}],)"
-    R"("functions":["read_temperature","set_limits","average","configure"]}})";
+    R"("functions":["read_temperature","set_limits","average","configure","check_access"]}})";
 
 struct Hub {
   std::atomic<int> service_id{-1};
@@ -43,14 +37,10 @@ struct Hub {
 // The argument under `key`, or null when the call has none of this type there.
 template <typename T>
 const T* Find(const orvex_typed_map_t* queue, int key, orvex_data_type_t type) {
-  if (queue == nullptr) {
+  if (queue == nullptr || queue->count(key) == 0 || queue->at(key).first != type) {
     return nullptr;
   }
-  const auto found = queue->find(key);
-  if (found == queue->end() || found->second.first != type) {
-    return nullptr;
-  }
-  return &static_cast<const ParamValues<T>&>(*found->second.second).value;
+  return &static_cast<const ParamValues<T>&>(*queue->at(key).second).value;
 }
 
 // The library leaves the member maps of structs to the service, whether it reads them or not.
@@ -66,29 +56,27 @@ void DeleteMemberMaps(const orvex_func_call_info_t& args) {
   }
 }
 
-// The functions write the body of the answer, or return false for arguments they cannot use. The
-// library does not escape what it puts into messages.
-
+// The library does not escape what it puts into messages.
 std::string Quoted(const std::string& text) {
   return Json::valueToQuotedString(text.c_str());
 }
 
-bool ReadTemperature(const orvex_func_call_info_t& /*args*/, std::string& body) {
+// The functions write the body of the answer, or return false for arguments they cannot use.
+
+bool ReadTemperature(std::string& body) {
   body = R"("celsius":21.5,"sensor":"skin")";
   return true;
 }
 
 bool SetLimits(const orvex_func_call_info_t& args, std::string& body) {
   const auto* sensor = Find<uint8_t>(args.typed_queue, 1, ORVEX_UINT8);
-  const auto* low = Find<int16_t>(args.typed_queue, 2, ORVEX_INT16);
-  const auto* high = Find<int16_t>(args.typed_queue, 3, ORVEX_INT16);
-  const auto* period_ms = Find<uint32_t>(args.typed_queue, 4, ORVEX_UINT32);
-  const auto* label = Find<std::string>(args.typed_queue, 5, ORVEX_STRING);
-  if (sensor == nullptr || low == nullptr || high == nullptr || period_ms == nullptr ||
-      label == nullptr || *low > *high) {
+  const auto* limit = Find<int16_t>(args.typed_queue, 2, ORVEX_INT16);
+  const auto* period_ms = Find<uint32_t>(args.typed_queue, 3, ORVEX_UINT32);
+  const auto* label = Find<std::string>(args.typed_queue, 4, ORVEX_STRING);
+  if (sensor == nullptr || limit == nullptr || period_ms == nullptr || label == nullptr) {
     return false;
   }
-  body = R"("sensor":)" + std::to_string(*sensor) + R"(,"range":)" + std::to_string(*high - *low) +
+  body = R"("sensor":)" + std::to_string(*sensor) + R"(,"limit":)" + std::to_string(*limit) +
          R"(,"period_ms":)" + std::to_string(*period_ms) + R"(,"label":)" + Quoted(*label);
   return true;
 }
@@ -122,15 +110,30 @@ bool Configure(const orvex_func_call_info_t& args, std::string& body) {
   return true;
 }
 
+// Asks the Manager and waits for it, as a task may: it has a thread of its own.
+bool CheckAccess(const orvex_func_call_info_t& args, std::string& body) {
+  const auto* session = Find<uint32_t>(args.typed_queue, 1, ORVEX_UINT32);
+  const std::vector<bool> granted =
+      session != nullptr ? orvd_permission_query(*session, {"sensor.read"}) : std::vector<bool>();
+  if (granted.size() != 1) {  // no session named, or no answer within three seconds
+    return false;
+  }
+  std::string client = "unknown";
+  for (const std::string& info : orvd_info_query(*session, {"client.name"})) {
+    parse_result_of_query_info(info, client);
+  }
+  body = R"("granted":)" + std::to_string(granted[0] ? 1 : 0) + R"(,"client":)" + Quoted(client) +
+         R"(,"watched":)" + std::to_string(orvd_info_monitor(*session, {"screen"}).size());
+  return true;
+}
+
 bool RunFunction(const orvex_func_call_info_t& args, std::string& body) {
-  using Function = bool (*)(const orvex_func_call_info_t& args, std::string& body);
-  static const auto& functions =
-      *new std::map<std::string, Function>{{"read_temperature", ReadTemperature},
-                                           {"set_limits", SetLimits},
-                                           {"average", Average},
-                                           {"configure", Configure}};
-  const auto found = functions.find(args.func_name);
-  return found != functions.end() && found->second(args, body);
+  const auto named = [&args](const char* name) { return args.func_name == name; };
+  return (named("read_temperature") && ReadTemperature(body)) ||
+         (named("set_limits") && SetLimits(args, body)) ||
+         (named("average") && Average(args, body)) ||
+         (named("configure") && Configure(args, body)) ||
+         (named("check_access") && CheckAccess(args, body));
 }
 
 // Any number of these run at once, each on its own thread.
@@ -148,49 +151,46 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
 // On the library's receive thread: nothing here may wait for the Manager.
 int OnEvent(int /*service_id*/, orvd_req_t* req, void* user_data) {
   auto* hub = static_cast<Hub*>(user_data);
-  switch (req->type) {
-    case ORVD_SESSION_START:
-      ++hub->open_sessions;
-      break;
-    case ORVD_SESSION_END:
-      --hub->open_sessions;
-      break;
-    case ORVD_RECONNECTED:
-      kill(getpid(), kReconnected);  // the main thread starts anew
-      break;
-    default:
-      printf("hub: event %d, state '%s'\n", req->type, req->state.c_str());
+  if (req->type == ORVD_SESSION_START) {
+    ++hub->open_sessions;
+  } else if (req->type == ORVD_SESSION_END) {
+    --hub->open_sessions;
+  } else if (req->type == ORVD_RECONNECTED) {
+    kill(getpid(), kReconnected);  // the main thread starts anew
   }
-  printf("hub: %d open sessions\n", hub->open_sessions.load());
+  printf("hub: event %d, %d open sessions\n", req->type, hub->open_sessions.load());
   return 0;
 }
 
+// These calls wait for the Manager without limit; one that dies meanwhile must not hold the
+// service.
 void Offer(Hub& hub) {
+  alarm(kOfferLimit);  // ends the process, for init to start it again
   hub.service_id = orvd_svc_init();
   const auto id = static_cast<uint32_t>(hub.service_id);
-  if (hub.service_id < 0 || _orvd_svc_register_auth(id, kOpcode, kApiDefinition, kToken) != 0 ||
+  if (hub.service_id < 0 ||
+      _orvd_svc_register_auth(id, kOpcode, kApiDefinition, "sensor-hub-token") != 0 ||
       _orvd_svc_ready(id, kOpcode, OnEvent, &hub, RunTask) != 0) {
     printf("hub: the Manager is away or refuses\n");
     kill(getpid(), kGaveUp);
   }
+  alarm(0);
 }
 
 }  // namespace
 
 int main() {
-  setvbuf(stdout, nullptr, _IOLBF, 0);
+  static_cast<void>(setvbuf(stdout, nullptr, _IOLBF, 0));
   sigset_t awaited{};
   sigemptyset(&awaited);
   for (const int number : {SIGTERM, SIGINT, kReconnected, kGaveUp}) {
     sigaddset(&awaited, number);
   }
   pthread_sigmask(SIG_BLOCK, &awaited, nullptr);  // before there are threads, which inherit it
-
   static Hub hub;  // the library's threads may use it until the process is gone
   int received = kReconnected;
   while (received == kReconnected) {
-    // These calls wait for the Manager without limit, so they get a thread that can be left behind.
-    std::thread(Offer, std::ref(hub)).detach();
+    std::thread(Offer, std::ref(hub)).detach();  // can be left behind when a signal comes
     sigwait(&awaited, &received);
     orvd_svc_deinit(static_cast<unsigned>(hub.service_id));
   }

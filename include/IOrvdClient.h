@@ -117,6 +117,38 @@ ORVD_EXPORT void supported_services_clear();
 // not reported.
 ORVD_EXPORT void orvd_send_response(_orvex_call_info_t* call, std::string req_type);
 
+// --- Queries
+// Each waits for the Manager's answer for three seconds at most. Any number may wait at once, each
+// for its own answer; one that comes late is dropped. From a callback a query cannot be answered,
+// because the receive thread is busy with the callback: it ends by its time-out, and the thread
+// goes on. Names are passed through unescaped.
+
+// Asks whether the client behind the session holds the permissions.
+// Returns what the Manager says, true for granted: one element for each permission when it answers
+// in full, so compare the sizes; one false when it refuses to answer; none after the time-out; all
+// false (one false when none was asked for) when the request could not be sent. Before
+// initialisation the request is sent as from service -1, if there is a connection.
+ORVD_EXPORT std::vector<bool> orvd_permission_query(uint32_t session_id,
+                                                    std::vector<std::string> permissions);
+
+// Asks for named information items in the context of the session.
+// Returns the Manager's result strings, "SUCCESS:value" or "ERROR:reason", as many as it sends;
+// none after the time-out; {"ERROR:Empty requested info"} at once when no item is named; as many
+// empty strings as items, modulo 256, when the request could not be sent.
+ORVD_EXPORT std::vector<std::string> orvd_info_query(uint32_t session_id,
+                                                     std::vector<std::string> infos);
+// The same as a standing request. What the Manager sends later because of it is not part of this
+// call.
+ORVD_EXPORT std::vector<std::string> orvd_info_monitor(uint32_t session_id,
+                                                       std::vector<std::string> infos);
+
+// The elements in double quotes, joined by commas; nothing is escaped.
+ORVD_EXPORT std::string vector_to_string_with_quotes(const std::vector<std::string>& elements);
+
+// Splits a result string at its first colon. Returns 0 for "SUCCESS", -1 for "ERROR", with the rest
+// in `out`; -1 with "Empty result" or "Invalid result" in `out` for anything else.
+ORVD_EXPORT int parse_result_of_query_info(std::string result, std::string& out);
+
 // --- Constants
 
 // The API-definition version that registration accepts: 2.

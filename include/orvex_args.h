@@ -12,7 +12,9 @@
 #include <utility>
 #include <vector>
 
+#ifndef ORVD_EXPORT
 #define ORVD_EXPORT __attribute__((visibility("default")))
+#endif
 
 // The type of an argument. Its name in a message stands beside it. A vector is queued under
 // ORVEX_VECTOR_OF(element type), 17 to 29, never under ORVEX_VECTOR.

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -82,6 +83,12 @@ int Run(const Options& options) {
   std::ofstream(options.summary, std::ios::app)
       << score.sent << " tasks sent, " << score.answered << " answered as expected, "
       << score.rejected << " rejected as expected, " << score.failures << " failures\n";
+  if (score.die) {
+    // A dying process may close the client's end first, and the client be quicker than the rest: it
+    // would connect to nobody.
+    peer.StopListening();
+    static_cast<void>(raise(SIGKILL));
+  }
   return score.failures == 0 ? 0 : kNotAsExpected;
 }
 

@@ -1,7 +1,7 @@
 #include "player.h"
 
-#include <signal.h>
-
+#include <csignal>
+#include <cstdlib>
 #include <optional>
 #include <thread>
 
@@ -106,10 +106,18 @@ std::string Player::Run(const Step& step) {
   if (step.verb == "signal") {
     return Signal(step);
   }
+  if (step.verb == "die") {
+    score_.die = true;
+    return "";
+  }
   return peer_.WaitEndOfFile() ? "" : "the service did not close the connection";
 }
 
 std::string Player::Answer(const Step& step) {
+  if (step.rest.empty()) {
+    peer_.SetRule(step.kind, nullptr);
+    return "";
+  }
   peer_.SetRule(step.kind, [answer = step.json](const std::string& request) {
     return AnswerTo(request, answer);
   });
@@ -159,7 +167,7 @@ std::string Player::Result(const Step& step) {
   }
   const Json::Value answer = answers_[transac_id];
   answers_.erase(transac_id);
-  open_.erase(transac_id);
+  open_.erase(transac_id);  // or it was sent by a Manager that died
   if (!Matches(step.json, answer)) {
     return Expected(WriteCompact(step.json), WriteCompact(answer));
   }
@@ -168,7 +176,7 @@ std::string Player::Result(const Step& step) {
 }
 
 std::string Player::Rejected(const Step& step) {
-  const int transac_id = std::atoi(step.kind.c_str());
+  const int transac_id = static_cast<int>(strtol(step.kind.c_str(), nullptr, 10));
   if (open_.erase(transac_id) == 0) {
     return "task " + step.kind + " was not sent, or is answered";
   }
@@ -194,7 +202,8 @@ std::string Player::CheckTasks() {
   for (const auto& [transac_id, answer] : answers_) {
     return Expected("no further answer", WriteCompact(answer));
   }
-  for (const int transac_id : open_) {
+  // A Manager that dies leaves its open tasks unanswered; its successor may hear of them.
+  for (const int transac_id : score_.die ? std::set<int>() : open_) {
     return "task " + std::to_string(transac_id) + " has neither a result nor a rejection";
   }
   score_.rejected = static_cast<int>(rejected_.size());

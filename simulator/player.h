@@ -18,6 +18,7 @@ struct Score {
   int answered = 0;  // as expected
   int rejected = 0;  // as expected
   int failures = 0;  // expectations not met
+  bool die = false;  // the scenario ends in a crash
 };
 
 class Player {

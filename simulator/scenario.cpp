@@ -17,12 +17,16 @@ struct Verb {
   Takes takes;
 };
 
-constexpr std::array kVerbs{
-    Verb{"say", Takes::kText},           Verb{"answer", Takes::kKindAndJson},
-    Verb{"send", Takes::kJson},          Verb{"expect", Takes::kKindAndJson},
-    Verb{"task", Takes::kJson},          Verb{"result", Takes::kJson},
-    Verb{"rejected", Takes::kKind},      Verb{"signal", Takes::kKind},
-    Verb{"end-of-file", Takes::kNothing}};
+constexpr std::array kVerbs{Verb{"say", Takes::kText},
+                            Verb{"answer", Takes::kKindAndJson},
+                            Verb{"send", Takes::kJson},
+                            Verb{"expect", Takes::kKindAndJson},
+                            Verb{"task", Takes::kJson},
+                            Verb{"result", Takes::kJson},
+                            Verb{"rejected", Takes::kKind},
+                            Verb{"signal", Takes::kKind},
+                            Verb{"end-of-file", Takes::kNothing},
+                            Verb{"die", Takes::kNothing}};
 
 [[noreturn]] void Fail(const std::string& name, int line, const std::string& why) {
   throw ScenarioError(name + ":" + std::to_string(line) + ": " + why);
@@ -86,6 +90,7 @@ const char* const kScenarioHelp =
   answer INIT {"service_id":7}      answer every such request with these members; "opcode" and "QueryId" are
   answer AUTH {"result":0}            taken over from the request
   answer REDY {"result":0}
+  answer KIND                       answer no such request any more
   expect KIND [{...}]               wait for the next message of this kind, or for this plain text (EXIT)
   send {...}                        send a message
   task {"transac_id":1,...}         send "exec_task"
@@ -93,6 +98,7 @@ const char* const kScenarioHelp =
   rejected TRANSAC_ID               this task is never answered; checked when the scenario is over
   signal TERM                       send a signal (TERM, INT, HUP, KILL) to the service process
   end-of-file                       wait until the service has closed the connection
+  die                               remove the socket and end this process by SIGKILL; ends the scenario
   say TEXT                          a heading in the printed conversation
 )";
 
@@ -113,6 +119,7 @@ std::vector<Step> ReadScenario(std::istream& in, const std::string& name) {
     }
   }
   std::vector<Step> steps;
+  steps.reserve(texts.size());
   for (auto& [number, text] : texts) {
     steps.push_back(ReadStep(std::move(text), name, number));
   }

@@ -7,6 +7,8 @@
 #include "link/log.h"
 #include "link/notifications.h"
 #include "link/state.h"
+#include "queries/info_query.h"
+#include "queries/permission_query.h"
 #include "registration/ready_table.h"
 #include "registration/register_auth.h"
 #include "registration/service_ready.h"
@@ -88,6 +90,9 @@ constexpr DispatchRow kDispatchTable[] = {
     {"start_session", OnStartSession},
     {"ready_session", Then<handle_session_ready>},
     {"end_session", OnEndSession},
+    {"PERMISSION", Then<HandlePermissionAnswer>},
+    {"INFO_QUERY", Then<HandleInfoAnswer>},
+    {"INFO_MNTR", Then<HandleInfoAnswer>},
     {"permission_change", Then<HandlePermissionChange>},
     {"state_change", Then<HandleStateChange>},
     {"system_setting_change", Then<HandleSystemSettingChange>},

@@ -95,9 +95,9 @@ int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
   }
   orvex_func_call_info_t args{};
   if (AddParamsToQueues(msg, &args) != 0) {
-    ClearParamsFromQueues(args);
     // Deliberate: the record of a refused call stays allocated, one for each refusal.
-    return -1;  // NOLINT(clang-analyzer-unix.Malloc)
+    ClearParamsFromQueues(args);  // NOLINT(clang-analyzer-unix.Malloc)
+    return -1;
   }
   std::thread(calling_wrapper, call, task, std::move(args)).detach();
   return 0;

@@ -1,0 +1,32 @@
+#include "queries/query_id.h"
+
+#include <limits>
+
+#include "link/json_members.h"
+#include "link/log.h"
+#include "link/mutex.h"
+
+namespace {
+
+Mutex gQueryIdMutex;
+uint32_t gQueryId GUARDED_BY(gQueryIdMutex) = 0;
+
+}  // namespace
+
+uint32_t NextQueryId() {
+  const MutexLock lock(gQueryIdMutex);
+  if (gQueryId == std::numeric_limits<uint32_t>::max()) {
+    LOG_AT(kAlways, "query id have reached the maximum.");
+    gQueryId = 0;
+  }
+  return ++gQueryId;
+}
+
+bool query_id_validation(const Json::Value& msg, unsigned int& query_id) {
+  const Json::Value* member = FindMember(msg, "QueryId");
+  if (member == nullptr || !member->isUInt()) {
+    return false;
+  }
+  query_id = member->asUInt();
+  return query_id != 0;
+}
