@@ -40,7 +40,7 @@ std::string Message(const ElementType& type, int size, bool in_struct) {
 
 void Require(bool condition, const char* what) {
   if (!condition) {
-    fprintf(stderr, "decode_bench: %s\n", what);
+    static_cast<void>(fprintf(stderr, "decode_bench: %s\n", what));
     exit(1);
   }
 }

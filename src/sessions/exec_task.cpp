@@ -61,7 +61,7 @@ bool IsReady(const TaskAddress& address) {
   return true;
 }
 
-_orvex_call_info_t* NewCallRecord(const Json::Value& msg, const TaskAddress& address) {
+_orvex_call_info_t* NewCallRecord(const TaskAddress& address, int32_t transac_id) {
   void* memory = calloc(1, sizeof(_orvex_call_info_t));
   if (memory == nullptr) {
     LOG_AT(kFailure, "Out of memory");
@@ -70,7 +70,7 @@ _orvex_call_info_t* NewCallRecord(const Json::Value& msg, const TaskAddress& add
   auto* call = new (memory) _orvex_call_info_t{};
   call->session_id = address.session_id;
   call->subsys_id = address.pair.second;
-  call->transac_id = IntMember(msg, "transac_id", 0);
+  call->transac_id = transac_id;
   return call;
 }
 
@@ -89,7 +89,7 @@ int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
   if (!IsReady(address)) {
     return -1;
   }
-  _orvex_call_info_t* call = NewCallRecord(msg, address);
+  _orvex_call_info_t* call = NewCallRecord(address, IntMember(msg, "transac_id", 0));
   if (call == nullptr) {
     return -1;
   }

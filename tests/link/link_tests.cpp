@@ -10,7 +10,7 @@
 namespace {
 
 using orvd::ManagerPeer;
-using std::string_literals::operator""s;
+using namespace std::string_literals;  // NOLINT(google-build-using-namespace)
 
 constexpr int kRefused = -5;
 // Build type, service, plix, markers, name of the thread; what then arrives where. In this order:

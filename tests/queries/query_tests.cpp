@@ -143,6 +143,7 @@ TEST_F(QueryTest, ManyAtOnceGetEachItsOwnAnswerInWhateverOrder) {
     return std::optional<std::string>();
   });
   std::vector<std::thread> threads;
+  threads.reserve(kQueries);
   for (int i = 0; i < kQueries; ++i) {
     threads.emplace_back([item = std::to_string(i)] {
       EXPECT_THAT(orvd_info_query(1, {item}), ElementsAre("SUCCESS:" + item));

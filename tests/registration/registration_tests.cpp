@@ -5,7 +5,7 @@
 
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;  // NOLINT(google-build-using-namespace)
 
 class RegistrationTest : public ServiceTest {
  protected:
@@ -76,7 +76,7 @@ TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
                                         {R"("opcode":4294967295)", -1}}) {
     SCOPED_TRACE(members);
     for (const std::string type : {"AUTH", "REDY"}) {
-      const std::string answer = R"({"req_type":")" + type + "\"," + members + "}";
+      std::string answer = R"({"req_type":")" + type + "\"," + members + "}";
       peer.SetRule(type, [=](const std::string&) {
         peer.Send(R"({"req_type":"REGS","opcode":"4294967295","result":-1})");
         peer.Send(R"({"req_type":")" + type + R"(","opcode":"4294967294","result":-1})");

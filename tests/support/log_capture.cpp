@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <mutex>
 
 namespace {
@@ -32,7 +33,7 @@ Capture& TheCapture() {
 
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
   if (tag != nullptr) {
-    fprintf(stderr, "a log line has the tag %s\n", tag);
+    std::cerr << "a log line has the tag " << tag << "\n";
     abort();
   }
   char* text = nullptr;

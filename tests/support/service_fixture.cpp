@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <thread>
 
+#include "link/never_destroyed.h"
+
 namespace {
 
 const char* EventName(orvd_status_t type) {
@@ -15,7 +17,7 @@ const char* EventName(orvd_status_t type) {
 
 std::string Hex(uint32_t opcode) {
   char text[16];
-  snprintf(text, sizeof(text), "0x%08x", opcode);
+  static_cast<void>(snprintf(text, sizeof(text), "0x%08x", opcode));
   return text;
 }
 
@@ -128,11 +130,10 @@ void Recorder::SetHook(std::function<void(const orvd_req_t&)> hook) {
   hook_ = std::move(hook);
 }
 
-ServiceTest::ServiceTest() {
+ServiceTest::ServiceTest() : recorder(ProcessWide<Recorder>()) {
   peer.AgreeToEverything(kServiceId);
 }
 
-// The callbacks must not outlive what they point to.
 ServiceTest::~ServiceTest() {
   orvd_svc_deinit(kServiceId);
 }

@@ -53,10 +53,11 @@ class Recorder {
 };
 
 class ServiceTest : public testing::Test {
- protected:
+ public:
   ServiceTest();
   ~ServiceTest() override;
 
+ protected:
   // orvd_svc_init against a peer that agrees to everything; fails the test unless it returns
   // kServiceId.
   void Init();
@@ -70,7 +71,8 @@ class ServiceTest : public testing::Test {
   void Settle();
 
   orvd::ManagerPeer peer{kSharedPath};
-  Recorder recorder;
+  // Outlives the test: a receive thread that ends late may still be in a callback.
+  Recorder& recorder;
 
  private:
   int settled_ = 0;

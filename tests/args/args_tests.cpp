@@ -1,0 +1,248 @@
+// What becomes of the arguments of a task. The debug level is 0: their log lines have no gate.
+
+#include <json/json.h>
+
+#include <regex>
+#include <thread>
+
+#include "support/service_fixture.h"
+
+// The member maps of a struct that is refused or dropped are lost on purpose.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:AddStructParams\n";
+}
+
+namespace {
+
+using std::string, std::to_string;
+const string kMismatch = "and type of value do not match while parsing";
+using Holder = std::shared_ptr<ValuesInterface>;
+
+template <typename T>
+Json::Value HeldAsJson(const Holder& holder) {
+  return static_cast<const ParamValues<T>&>(*holder).value;
+}
+
+template <typename T>
+Json::Value ListAsJson(const Holder& holder) {
+  Json::Value list(Json::arrayValue);
+  for (const auto& element : static_cast<const ParamValues<std::vector<T>>&>(*holder).value) {
+    list.append(element);
+  }
+  return list;
+}
+
+template <typename... TypesByCode>
+string RenderAs(int code, const Holder& holder) {
+  constexpr Json::Value (*kRead[])(const Holder&) = {HeldAsJson<TypesByCode>..., nullptr, nullptr,
+                                                     nullptr, ListAsJson<TypesByCode>...};
+  Json::StreamWriterBuilder compact;
+  compact["indentation"] = "";
+  return Json::writeString(compact, kRead[code - 1](holder));
+}
+constexpr auto Render = RenderAs<uint8_t, uint16_t, uint32_t, uint64_t, int8_t, int16_t, int32_t,
+                                 int64_t, double, string, bool, int32_t, string>;
+
+// Both queues as KEY:CODE=VALUE, the members of a struct in {}. Deletes its maps, as a service
+// does.
+string TakeArgs(const orvex_typed_map_t* typed, const orvex_value_map_t* values) {
+  if (typed == nullptr || values == nullptr || typed->size() != values->size()) {
+    return typed == nullptr && values == nullptr ? "null" : "queues differ";
+  }
+  string text;
+  for (const auto& [key, entry] : *typed) {
+    const auto& [code, holder] = entry;
+    const Holder& value = values->at(key);
+    text += (text.empty() ? "" : " ") + to_string(key) + ":" + to_string(code) + "=";
+    EXPECT_EQ(holder == value, code != ORVEX_STRUCT) << text;
+    EXPECT_EQ(holder.use_count(), code != ORVEX_STRUCT ? 2 : 1) << text;
+    if (code != ORVEX_STRUCT) {
+      text += Render(code, holder);
+      continue;
+    }
+    const auto* members = static_cast<ParamValues<orvex_typed_map_t*>&>(*holder).value;
+    const auto* member_values = static_cast<ParamValues<orvex_value_map_t*>&>(*value).value;
+    text += "{" + TakeArgs(members, member_values) + "}";
+    delete members;
+    delete member_values;
+  }
+  return text;
+}
+
+// Written with blanks between: ID:TYPE=VALUE, ID:TYPE[]=LIST for a vector, struct(MEMBERS), or
+// JSON.
+string JsonArgs(string text) {
+  const char* const steps[][2] = {
+      {R"((-?\d+):(\w*)\[\]=)", R"($1:vector","vec_type":"$2=)"},
+      {R"((-?\d+):([^ =]*)=(\S+?)(?=[ )]|$))", R"({"id":$1,"type":"$2","value":$3})"},
+      {R"(struct\()", R"({"id":7,"type":"struct","members":[)"},
+      {"\\)", "]}"},
+      {" ", ","}};
+  for (const auto& [from, to] : steps) {
+    text = std::regex_replace(text, std::regex(from), to);
+  }
+  return "[" + text + "]";
+}
+
+// The result, the queues, and the log lines with their priorities.
+string Decode(const string& text) {
+  const bool is_func = text.rfind("func=", 0) == 0;
+  Json::Value request;
+  Json::Value& func = request["func"];
+  std::istringstream(is_func ? text.substr(5) : JsonArgs(text)) >> (is_func ? func : func["args"]);
+  if (!is_func) {
+    func["num_of_args"] = func["args"].size();
+  }
+  orvex_func_call_info_t info{};
+  string outcome = "throws";
+  ClearLog();
+  try {
+    outcome = to_string(AddParamsToQueues(request, &info));
+  } catch (const Json::LogicError&) {
+  }
+  outcome += " " + TakeArgs(info.typed_queue, info.value_queue);
+  ClearParamsFromQueues(info);
+  for (const LogLine& line : Log()) {
+    outcome += "\n" + testing::PrintToString(line);
+  }
+  return outcome;
+}
+
+// A type, JSON that is taken, that is out of range, and that is of another kind, in the order of
+// the codes. The value after > is the one that is read, where it is written otherwise.
+constexpr const char* kTypes[][4] = {
+    {"uint8", "255 0 3.0>3 -0.0>0", "256 4294967295", R"(-1 1.5 4294967296 1e10 true "1")"},
+    {"uint16", "65535 256", "65536 4294967295", R"(-1 65535.5 4294967296 false "1")"},
+    {"uint32", "4294967295 0 1e3>1000", "", R"(-1 0.5 4294967296 true "1")"},
+    {"uint64", "18446744073709551615 0 3.0>3", "", R"(-1 1.5 18446744073709551616 true "1")"},
+    {"int8", "-128 127 -1.0>-1", "-129 128 2147483647", R"(-2147483649 2147483648 -1.5 true "1")"},
+    {"int16", "-32768 32767", "-32769 32768 -2147483648", R"(2147483648 0.5 4294967296 "1")"},
+    {"int32", "-2147483648 2147483647", "", R"(-2147483649 2147483648 4294967296 0.5 false "1")"},
+    {"int64", "-9223372036854775808 9223372036854775807 -9223372036854775809>-9223372036854775808",
+     "", R"(9223372036854775808 1.5 true "1")"},
+    {"double", "-1.5 3>3.0 18446744073709551615>1.8446744073709552e+19", "", R"(true "1.5")"},
+    {"string", R"("a" "" "1" "a\u0000b" "\u00e9")", "", "1 1.5 true"},
+    {"boolean", "true false", "", R"(0 1 "true")"},
+    {"enum", "-2147483648 2147483647 3.0>3", "", R"(2147483648 -2147483649 1.5 true "3")"},
+    {"bnry_blb", R"("QUJD==" "" "a\u0000b")", "", "0 true"},
+};
+
+TEST(ArgsTest, EveryTypeOnEveryPath) {
+  const string range_words[] = {"for ", "receieved for ", "received for ", "receieved for "};
+  const auto expect = [&](int code, int column, const string& json, const string& value) {
+    for (const int path : {0, 1, 2, 3}) {
+      const string type = kTypes[code - 1][0], line = path == 3 ? "0 0:16={}\n6 " : "-1 null\n6 ";
+      const bool list = path % 2 == 1, in_struct = path >= 2;
+      const string arg = "1:" + type + (list ? "[]=[" + json + "]" : "=" + json);
+      const string read =
+          "1:" + (list ? to_string(16 + code) + "=[" + value + "]" : to_string(code) + "=" + value);
+      const string outcomes[] = {
+          "0 " + (in_struct ? "0:16={" + read + "}" : read),
+          line + "Out of range value " + range_words[path] + type,
+          line + (list ? "vector type " : "Arg type ") + type + " " + kMismatch};
+      EXPECT_EQ(Decode(in_struct ? "struct(" + arg + ")" : arg), outcomes[column - 1]) << arg;
+    }
+  };
+  for (int code = 1; code <= 13; ++code) {
+    for (const int column : {1, 2, 3}) {
+      std::istringstream samples(kTypes[code - 1][column] +
+                                 string(column == 3 ? " null [] {} [1]" : ""));
+      for (string sample; samples >> sample;) {
+        expect(code, column, sample.substr(0, sample.find('>')),
+               sample.substr(sample.find('>') + 1));
+      }
+    }
+  }
+}
+
+TEST(ArgsTest, KeysPositionsAndRefusals) {
+  const string no_type = "-1 null\n6 Json tag 'vec_type' is missing";
+  const string uneven = "-1 null\n6 Num of args and size of arg array do not match while parsing";
+  const std::pair<const char*, string> rows[] = {
+      {"9:int8=5 -4:int8[]=[2,1] 8:enum[]=[] struct()", "0 -4:21=[2,1] 3:16={} 8:28=[] 9:5=5"},
+      {"3:int8=5 3:uint8=6 3:int8[]=[7] struct(1:int8=8)", "0 3:5=5"},
+      {"struct(1:int8[]=[5] 1:uint8=6 1:string[]=[]) 0:int8=5", "0 0:16={1:21=[5]}"},
+      {R"(1:none=5 1:cb=5 struct(2:int8=5) {"type":"int32","value":6})", "0 0:7=6 2:16={2:5=5}"},
+      {"1:bool=true 1:bool=true 1:INT8=5 {}", "0 null"},
+      {"struct(1:int8=5) struct(1:uint8=-1) 3:int8=5",
+       "-1 0:16={1:5=5}\n6 Arg type uint8 " + kMismatch},
+      {"1:uint8[]=[1,2,300,-4]", "-1 null\n6 Out of range value receieved for uint8"},
+      {"1:vector=[1]", no_type},
+      {"1:none[]=[1]", no_type},
+      {"1:gadget[]=[1] 2:UINT8[]=[1] 3:cb[]=[1] 4:vector[]=[1] 5:struct[]=[1]", "0 null"},
+      {R"({"type":"vector","vec_type":null,"value":[1]})", "0 null"},
+      {"struct(1:gadget[]=[1] 2:vector=[1] 3:none[]=[1] 4:int8[]=5)", "0 0:16={4:21=[]}"},
+      {"struct(1:int8[]=[1,200] 2:int8[]=[-1,1] 3:int8=5)",
+       "0 0:16={2:21=[-1,1] 3:5=5}\n6 Out of range value receieved for int8"},
+      {"1:uint8[]=5", "-1 null\n6 Arg type vector " + kMismatch},
+      {R"({"type":"struct","members":{"0":1}})",
+       "-1 null\n6 No struct members found while parsing"},
+      {R"(struct({"type":"struct","members":[{}]} 1:cb=5 1:gadget=5 1:int8=6))", "0 0:16={1:5=6}"},
+      {R"(3:int8=5 struct(1:int8[]={"a":1}))", "throws 3:5=5"},
+      {"func=null", "0 null"},
+      {R"(func={"num_of_args":2,"args":[{},{},{}]})", uneven},
+      {R"(func={"num_of_args":1,"args":{"0":{}}})", "throws null"},
+  };
+  for (const auto& [args, expected] : rows) {
+    EXPECT_EQ(Decode(args), expected) << args;
+  }
+}
+
+TEST(ArgsTest, TheRecordOwnsItsQueues) {
+  const Holder first = std::make_shared<ParamValues<int32_t>>(1);
+  QueueInsertion(nullptr, 1, first, ORVEX_INT32);
+  value_QueueInsertion(nullptr, 1, first);
+  orvex_func_call_info_t old{"old", 9, nullptr, nullptr};
+  ClearParamsFromQueues(old);
+  for (const Holder& holder : {first, Holder()}) {
+    QueueInsertion(&old, 1, holder, ORVEX_INT32);
+    value_QueueInsertion(&old, 1, holder);
+  }
+  orvex_func_call_info_t info = old;
+  Json::Value request;
+  EXPECT_EQ(AddParamsToQueues(request, &info), 0);
+  EXPECT_EQ(info.func_name + TakeArgs(info.typed_queue, info.value_queue), "null");
+  EXPECT_EQ(old.typed_queue->at(1).second, first);
+  EXPECT_EQ(old.value_queue->at(1), first);
+  ClearParamsFromQueues(old);
+  EXPECT_EQ(first.use_count(), 1);
+}
+
+TEST(ArgsTest, DecodersRunOnSeveralThreads) {
+  const auto decode = [] {
+    for (int i = 0; i < 500; ++i) {
+      const string type = "new" + to_string(i);
+      EXPECT_EQ(Decode(R"(func={"num_of_args":1,"args":[{"type":")" + type + "\"}]}"), "0 null");
+    }
+  };
+  std::thread other(decode);
+  decode();
+  other.join();
+}
+
+int AnswerWithArgs(_orvex_call_info_t* call, orvex_func_call_info_t args) {
+  call->result = args.func_name + to_string(args.num_of_args) + " ";
+  call->result += TakeArgs(args.typed_queue, args.value_queue);
+  return 0;
+}
+
+TEST_F(ServiceTest, ATaskReadsEveryKindOfArgument) {
+  string args, read;
+  for (int code = 1; code <= 13; ++code) {
+    const string samples = kTypes[code - 1][1], value = samples.substr(0, samples.find(' '));
+    const string id = " " + to_string(code), type = kTypes[code - 1][0];
+    args += id + "0:" + type + "=" + value + id + "1:" + type + "[]=[" + value + "]";
+    read += id + "0:" + to_string(code) + "=" + value;
+    read += id + "1:" + to_string(16 + code) + "=[" + value + "]";
+  }
+  Init();
+  Offer(0xa001, {1}, AnswerWithArgs);
+  OpenSession(5, 0xa001, 1);
+  peer.Send(
+      R"({"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":5,"transac_id":-1,"func":{"name":"all","num_of_args":27,"args":)" +
+      JsonArgs("struct(" + args.substr(1) + ")" + args) + "}}");
+  EXPECT_EQ(peer.Next(),
+            R"({"req_type":"", "Result":"all27 0:16={)" + read.substr(1) + "}" + read + "\"}");
+}
+
+}  // namespace
