@@ -32,15 +32,19 @@ struct orvd_req_t {
   std::string package;     // notifications: the package concerned
 };
 
-// Called on the receive thread (service id, event, the `user_data` given with the opcode). Returns
-// 0 to agree; any other value refuses a start (the pair is not started) or an end (the pair stays).
+// Called on the receive thread with the service id, the event, and the `user_data` given with the
+// opcode. The event is to be read only: other opcodes' callbacks get the same record.
+//
+// Returns 0 to agree. Any other value refuses a start (the pair is not started) or the end of
+// single pairs (the pair stays); when a whole session or all sessions end it is only counted; for
+// all other events it is ignored.
 using orvd_state_callback_t = int (*)(int service_id, orvd_req_t* req, void* user_data);
 
 // One call of a task function, from request to answer. The library allocates it zero-filled, sets
 // the first fields, sends the answer from the others when the task function returns, and frees it.
 struct _orvex_call_info_t {
   uint32_t session_id;
-  int32_t transac_id;  // -1 asks for the short answer, which shows only `result`
+  int32_t transac_id;  // -1 asks for the short answer: request type and `result`
   uint32_t reserved;   // 0
   uint32_t subsys_id;
   std::string opcode;  // the service's: the opcode as the answer shows it

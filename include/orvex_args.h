@@ -64,14 +64,15 @@ using orvex_typed_map_t =
 // arguments have one key, the first stays and the other is dropped. Skipped arguments have no
 // entry; with no entry at all both pointers are null. Holder of an entry, by its type in
 // `typed_queue`:
+//
 //   1 to 13       ParamValues<T> of the type above
 //   17 to 29      ParamValues<std::vector<T>> of the type less 16
-//   16 (struct)   ParamValues<orvex_typed_map_t*> in `typed_queue`, ParamValues<orvex_value_map_t*>
-//   in
-//                 `value_queue`: the struct's members by their "id", in maps that belong to the
-//                 service. The library never deletes these maps: whoever reads a struct deletes
-//                 both. When a later argument of the list is refused, or the key is taken, the maps
-//                 of a struct decoded before are lost.
+//   16 (struct)   ParamValues<orvex_typed_map_t*> in `typed_queue`, and
+//                 ParamValues<orvex_value_map_t*> in `value_queue`
+//
+// The maps of a struct hold its members by their "id", and belong to the service: the library never
+// deletes them, so whoever gets a struct deletes both. When a later argument of the list is
+// refused, or the key is taken, the maps of a struct decoded before are lost.
 struct orvex_func_call_info_t {
   std::string func_name;
   int32_t num_of_args;
@@ -95,9 +96,10 @@ ORVD_EXPORT void value_QueueInsertion(orvex_func_call_info_t* info, int key,
 ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 
 // Decoders. The library calls them on the receive thread; they may be called from any thread, each
-// with its own record. They return 0, or -1 after one log line that says why, always written. They
-// throw the JSON library's exceptions where a message has an object or a text in a place where only
-// a list or a number can be read; on the receive thread such an exception ends the process.
+// with its own record. They return 0, or -1 after one log line that says why, always written. A
+// scalar in the place of a list is an empty list. They throw the JSON library's exceptions for an
+// object in the place of a list, a list or an object in the place of a text, and a text in the
+// place of a number; on the receive thread such an exception ends the process.
 
 // Decodes "func" of a whole "exec_task" message into `info`, which it resets first (old queues are
 // not deleted). After -1 the arguments before the refused one are still queued; the caller clears

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "link/log.h"
 #include "link/mutex.h"
@@ -32,8 +33,12 @@ Link& TheLink() {
 
 Mutex gSendMutex;
 
+// The number of the tenure that this receive thread serves; none on other threads.
+thread_local std::optional<uint64_t> served_tenure;
+
 std::shared_ptr<Connection> StandingConnection() {
-  return CurrentTenure().connection;
+  const MutexLock lock(TheLink().mutex);
+  return TheLink().standing;
 }
 
 bool ConnectTo(const char* path, int fd) {
@@ -97,6 +102,14 @@ void LogSending(const char* msg) {
   LOG_AT(kAlways, "client Sending message %.*s", kLoggedCharacters, msg);
 }
 
+void SendGoodbye(const Connection& connection) {
+  LogSending("EXIT");
+  const MutexLock lock(gSendMutex);
+  if (SendOn(&connection, "EXIT") != 0) {
+    LOG_AT(kFailure, "Failed to disconnect to manager - proceeding anyways");
+  }
+}
+
 }  // namespace
 
 Connection::~Connection() {
@@ -108,12 +121,14 @@ void Connection::ShutDown() {
   shutdown(fd_, SHUT_RDWR);
 }
 
-Tenure CurrentTenure() {
+Tenure ServeCurrentTenure() {
   const MutexLock lock(TheLink().mutex);
+  served_tenure = TheLink().tenure;
   return {TheLink().standing, TheLink().tenure};
 }
 
 void BeginTenure() {
+  served_tenure.reset();
   const MutexLock lock(TheLink().mutex);
   ++TheLink().tenure;
 }
@@ -121,6 +136,15 @@ void BeginTenure() {
 bool IsCurrent(const Tenure& tenure) {
   const MutexLock lock(TheLink().mutex);
   return TheLink().tenure == tenure.number && TheLink().standing == tenure.connection;
+}
+
+uint64_t CurrentTenureNumber() {
+  const MutexLock lock(TheLink().mutex);
+  return TheLink().tenure;
+}
+
+bool ThisThreadIsSuperseded() {
+  return served_tenure.has_value() && *served_tenure != CurrentTenureNumber();
 }
 
 bool ForgetManagerFor(uint64_t tenure_number) {
@@ -142,24 +166,19 @@ int ConnectFor(uint64_t tenure_number) {
 }
 
 int Disconnect(const std::shared_ptr<Connection>& connection) {
-  if (!connection || connection->is_shut_down()) {
+  if (!connection) {
     return -1;
   }
-  LogSending("EXIT");
-  int sent = -1;
-  {
-    const MutexLock lock(gSendMutex);
-    sent = SendOn(connection.get(), "EXIT");
-  }
-  if (sent != 0) {
-    LOG_AT(kFailure, "Failed to disconnect to manager - proceeding anyways");
+  const bool first = connection->BeginLeaving();
+  if (first) {
+    SendGoodbye(*connection);
   }
   Leave(connection);
-  return 0;
+  return first ? 0 : -1;
 }
 
 int connect_to_manager() {
-  return ConnectFor(CurrentTenure().number);
+  return ConnectFor(CurrentTenureNumber());
 }
 
 int disconnect_from_manager() {
@@ -169,5 +188,5 @@ int disconnect_from_manager() {
 int orvd_send_to_manager_raw(const char* msg) {
   LogSending(msg);
   const MutexLock lock(gSendMutex);
-  return SendOn(StandingConnection().get(), msg);
+  return SendOn(ThisThreadIsSuperseded() ? nullptr : StandingConnection().get(), msg);
 }

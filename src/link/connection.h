@@ -2,8 +2,8 @@
 //
 // A connection is shared by those who use it and closed by the last of them, so that nobody ever
 // receives or sends on a descriptor number that has been given out again. A new tenure begins when
-// the service initialises or deinitialises: what an older receive thread still has to do for its
-// own tenure is then void.
+// the service initialises or deinitialises. A receive thread of an older tenure serves out the
+// message at hand; it neither sends on the new connection, nor touches the flags, nor reconnects.
 
 #pragma once
 
@@ -25,12 +25,17 @@ class Connection {
 
   int fd() const { return fd_; }
 
+  // From now on the peer's closing is no loss. False when that had begun before.
+  bool BeginLeaving() { return !leaving_.exchange(true); }
+  bool is_being_left() const { return leaving_; }
+
   // Ends the connection for both sides at once; the descriptor stays until the last user is done.
   void ShutDown();
   bool is_shut_down() const { return shut_down_; }
 
  private:
   const int fd_;
+  std::atomic<bool> leaving_{false};
   std::atomic<bool> shut_down_{false};
 };
 
@@ -41,9 +46,15 @@ struct Tenure {
   uint64_t number;
 };
 
-Tenure CurrentTenure();
+// On the receive thread, once: makes the present tenure this thread's own.
+Tenure ServeCurrentTenure();
 void BeginTenure();
 bool IsCurrent(const Tenure& tenure);
+uint64_t CurrentTenureNumber();
+
+// Whether this is a receive thread whose tenure is over, unless it ended it itself: a callback may
+// initialise again.
+bool ThisThreadIsSuperseded();
 
 // Connects, unless a newer tenure has begun meanwhile. Returns 0 or -1.
 int ConnectFor(uint64_t tenure_number);

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "IOrvdClient.h"
+#include "link/connection.h"
 #include "link/json_members.h"
 #include "link/log.h"
 #include "link/notifications.h"
@@ -35,6 +36,9 @@ After Then(Json::Value& message) {
 }
 
 After OnInit(Json::Value& message) {
+  if (ThisThreadIsSuperseded()) {
+    return After::kEndThread;
+  }
   const int32_t service_id = IntMember(message, "service_id", kNotInitialised);
   {
     const MutexLock lock(gStateMutex);
@@ -68,10 +72,7 @@ After OnEndSession(Json::Value& message) {
 // registration and readiness, which repeat the number that this library sent.
 int ExecTaskOf(Json::Value& message) {
   const auto entry = FindReadyEntry(FromHex(TextMember(message, "opcode", "0")));
-  if (!entry || entry->task_function == nullptr) {
-    return -1;
-  }
-  return handle_exec_task(message, entry->task_function);
+  return entry ? handle_exec_task(message, entry->task_function) : -1;
 }
 
 After OnExecTask(Json::Value& message) {

@@ -18,12 +18,21 @@
 #define RELEASE(...) ORVEX_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define NO_THREAD_SAFETY_ANALYSIS ORVEX_THREAD_ANNOTATION(no_thread_safety_analysis)
 
+// Never destroyed, also as a global: threads of the library lock it until the process is gone, and
+// the device's C library aborts on a destroyed mutex. A union leaves its member alone.
 class CAPABILITY("mutex") Mutex {
  public:
+  constexpr Mutex() : mutex_() {}
+  ~Mutex() {}  // NOLINT(modernize-use-equals-default): that would be deleted
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
   std::mutex& native() { return mutex_; }
 
  private:
-  std::mutex mutex_;
+  union {
+    std::mutex mutex_;
+  };
 };
 
 class SCOPED_CAPABILITY MutexLock {

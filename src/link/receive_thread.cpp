@@ -25,7 +25,7 @@ enum class Outcome { kContinue, kEndThread };
 
 class Receiver {
  public:
-  Receiver() : tenure_(CurrentTenure()), buffer_(kFirstBufferSize) {}
+  Receiver() : tenure_(ServeCurrentTenure()), buffer_(kFirstBufferSize) {}
 
   // One turn of the loop.
   Outcome ServeOne();
@@ -59,17 +59,20 @@ ssize_t Receiver::Receive() {
     received = recvfrom(connection->fd(), buffer_.data(), buffer_.size(), 0, nullptr, nullptr);
   }
   const int error = errno;
-  const bool left =
-      connection == nullptr || connection->is_shut_down() || (received <= 0 && !IsCurrent(tenure_));
+  const bool left = connection == nullptr || connection->is_shut_down() ||
+                    (received <= 0 && (connection->is_being_left() || !IsCurrent(tenure_)));
   errno = left ? EBADF : error;
   return left ? -1 : received;
 }
 
 Outcome Receiver::OnClosedByManager() const {
   LOG_AT(kFailure, "Communication with manager failed (%s)", ErrorText(errno));
-  Disconnect(tenure_.connection);
+  if (Disconnect(tenure_.connection) != 0) {
+    return Outcome::kEndThread;
+  }
   EndAllSessions();
-  if (ForgetManagerFor(tenure_.number) && ReconnectFor(tenure_.number) == 0) {
+  if (ForgetManagerFor(tenure_.number) && ReconnectFor(tenure_.number) == 0 &&
+      !ThisThreadIsSuperseded()) {
     TellReconnected();
   }
   return Outcome::kEndThread;

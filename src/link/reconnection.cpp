@@ -15,7 +15,7 @@ constexpr std::chrono::seconds kLimit{20};
 constexpr useconds_t kPause = 50000;
 
 bool Superseded(uint64_t tenure_number) {
-  return CurrentTenure().number != tenure_number;
+  return CurrentTenureNumber() != tenure_number;
 }
 
 }  // namespace
@@ -40,5 +40,5 @@ int ReconnectFor(uint64_t tenure_number) {
 }
 
 int reconnect_to_manager() {
-  return ReconnectFor(CurrentTenure().number);
+  return ReconnectFor(CurrentTenureNumber());
 }

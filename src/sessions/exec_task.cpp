@@ -86,7 +86,7 @@ int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
   if (android::base::GetBoolProperty("vendor.orvex.mgr.latency_measure", false)) {
     LogLatency(msg);
   }
-  if (!IsReady(address)) {
+  if (!IsReady(address) || task == nullptr) {
     return -1;
   }
   _orvex_call_info_t* call = NewCallRecord(address, IntMember(msg, "transac_id", 0));

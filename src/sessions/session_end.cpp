@@ -26,15 +26,13 @@ bool IsOpenOrAnswered(uint32_t session_id) {
     return true;
   }
   LOG_AT(kWarning, "Session %u is not active; ignoring", session_id);
-  // Deliberate: answered with the mutex held, so that nothing can open the session before the
-  // Manager knows.
+  // Deliberate: answered with the mutex still held.
   AnswerEnd(session_id, {});
   return false;
 }
 
-// Deliberate: a JSON number here, hexadecimal text in the messages that start and ready sessions; a
-// missing id is text too and ends the request without an answer, as the Manager expects of a
-// malformed one.
+// Deliberate: a JSON number here, hexadecimal text in the messages that start and ready sessions. A
+// missing id fails too, and ends the request without an answer; pairs ended before it stay ended.
 bool ReadNumericOpcode(const Json::Value& element, uint32_t& opcode) {
   const Json::Value* id = FindMember(element, "id");
   if (id == nullptr || !id->isUInt()) {

@@ -43,9 +43,8 @@ bool MakeReady(uint32_t session_id, int service_id, const SessionPair& pair,
 }
 
 // Deliberate: one lock object serves the whole request, and a rejected pair leaves it locked. A
-// further pair then raises std::system_error: a Manager that readies what it did not start has lost
-// track of the sessions, and the process ends rather than serve them half ready. A rejected pair
-// that is the last one does no harm.
+// further pair then raises std::system_error, which ends the process on the receive thread; the
+// pairs behind it are not readied. A rejected pair that is the last one does no harm.
 void ReadyPairs(const Json::Value& msg, uint32_t session_id,
                 int service_id) NO_THREAD_SAFETY_ANALYSIS {
   std::unique_lock<std::mutex> lock(Sessions().mutex.native(), std::defer_lock);

@@ -119,6 +119,23 @@ TEST_F(ReconnectionTest, AfterTwentySecondsItGivesUpAndTellsNobody) {
   EXPECT_EQ(recorder.events(), "terminated 0x00000010::0\nend 0x00000020::1 session 9\n");
 }
 
+TEST_F(ReconnectionTest, AReceiveThreadOfBeforeSaysNothingOnTheNewConnection) {
+  std::atomic<bool> entered{false};
+  std::atomic<bool> leave{false};
+  recorder.SetHook([&](const orvd_req_t& req) {
+    entered = req.type == ORVD_SESSION_START;
+    Eventually([&] { return leave.load(); });
+  });
+  peer.Send(SessionMessage("start_session", 11, 0x10, {1}));
+  ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+  ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
+  Init();
+  leave = true;
+  EXPECT_TRUE(WaitLogged("Failed to send start session response to ORVEX Manager"));
+  Settle();
+  EXPECT_EQ(peer.NextOf("start_session", orvd::Milliseconds(0)), std::nullopt);
+}
+
 TEST_F(ServiceTest, ReconnectionWithNothingReadyIsOnlyLogged) {
   SetDebugLevel(4);
   Init();
