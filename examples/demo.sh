@@ -24,29 +24,39 @@ show_log() {
   sed -uE "s/^[^ ]+ ([A-Z]) [0-9-]+ [0-9:]+ +[0-9]+ +[0-9]+ (.*)$/\1 \2/; s/^(.*)$/${dim}                          log | \1${plain}/"
 }
 
-summary=$(mktemp)
-trap 'rm -f "$summary"' EXIT
+# Ends with the limit or with this script, however that ends, and whatever signals the program ignores.
+limited() {
+  exec setpriv --pdeathsig TERM timeout --kill-after 3 "$limit" "$@"
+}
 
 play() {
-  timeout "$limit" "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" "$here/$1"
+  limited "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" "$here/$1" &
+  manager=$!
 }
 
-serve() {
-  until [ -S /dev/socket/orvd ]; do sleep 0.02; done
-  exec timeout "$limit" "$build/examples/sensor_hub_service"
-}
+summary=/dev/socket/summary # goes with the private /dev
+: >"$summary"
+play demo.scenario
+for _ in $(seq 100); do
+  [ ! -S /dev/socket/orvd ] || break
+  sleep 0.02
+done
 
-serve > >(show_log) 2>&1 &
+exec {log}> >(show_log)
+reader=$!
+limited "$build/examples/sensor_hub_service" >&"$log" 2>&1 &
 service=$!
+exec {log}>&-
 
 result=0
 killed=137 # 128 + SIGKILL
-{ play demo.scenario || result=$?; } 2>/dev/null
+wait "$manager" 2>/dev/null || result=$?
 if [ $result -eq $killed ]; then
   echo "--- The Manager has been killed and is away for half a second"
   sleep 0.5
   result=0
-  play demo_return.scenario || result=$?
+  play demo_return.scenario
+  wait "$manager" || result=$?
 else
   result=1
 fi
@@ -55,8 +65,9 @@ if [ $result -ne 0 ]; then
   kill "$service" 2>/dev/null || true
 fi
 wait "$service" || { echo "the service ended with an error"; result=1; }
-wait # for the rest of the log
+wait "$reader"
 awk '{ sent += $1; answered += $4; rejected += $8; failures += $12 }
   END { printf "%d tasks sent, %d answered as expected, %d rejected as expected, %d failures\n",
-        sent, answered, rejected, failures }' "$summary"
+        sent, answered, rejected, failures
+        exit failures > 0 || sent == 0 || sent != answered + rejected }' "$summary" || result=1
 exit $result

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -10,7 +11,6 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
-#include <cstring>
 #include <deque>
 #include <filesystem>
 #include <future>
@@ -51,14 +51,22 @@ int Checked(int result, const char* what) {
   return result;
 }
 
+sockaddr_un AddressOf(const std::string& path) {
+  sockaddr_un address{};
+  if (path.size() >= sizeof(address.sun_path)) {
+    throw std::system_error(ENAMETOOLONG, std::generic_category(), path);
+  }
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, path.size());
+  return address;
+}
+
 SharedSocket ListenOn(const std::string& path) {
+  const sockaddr_un address = AddressOf(path);
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   unlink(path.c_str());
   auto listener = std::make_shared<Socket>(
       Checked(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0), "socket"));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
   Checked(bind(listener->fd(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
           path.c_str());
   Checked(listen(listener->fd(), kBacklog), path.c_str());
@@ -66,11 +74,18 @@ SharedSocket ListenOn(const std::string& path) {
 }
 
 // For packets as large as the client can receive; past the system's limit only with the right to.
-void MakeRoom(int fd) {
+void MakeRoom(const Socket& client) {
   const int room = kLargestPacket;
-  if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof(room)) != 0) {
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &room, sizeof(room));
+  if (setsockopt(client.fd(), SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof(room)) != 0) {
+    setsockopt(client.fd(), SOL_SOCKET, SO_SNDBUF, &room, sizeof(room));
   }
+}
+
+// A client that does not read must not hold the peer for ever.
+void LimitSending(const Socket& client) {
+  timeval limit{};
+  limit.tv_sec = std::chrono::duration_cast<std::chrono::seconds>(kPatience).count();
+  Checked(setsockopt(client.fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)), "SO_SNDTIMEO");
 }
 
 std::string OpcodeAnswer(const std::string& request, const char* req_type, int result) {
@@ -102,6 +117,7 @@ class ManagerPeer::Impl {
   void Record(Direction direction, const std::string& text);
 
   // Descriptors are opened, read and closed on the peer's thread only; from another one this waits.
+  // What the task throws comes back to the caller.
   template <typename Task>
   void OnPeerThread(Task task);
   void HangUp();
@@ -140,7 +156,7 @@ class ManagerPeer::Impl {
   // Guarded by mutex_.
   std::deque<std::string> inbox_;
   std::map<std::string, Rule> rules_;
-  std::deque<std::function<void()>> tasks_;
+  std::deque<std::packaged_task<void()>> tasks_;
 
   // The peer's thread only.
   SharedSocket listener_;
@@ -176,25 +192,23 @@ void ManagerPeer::Impl::OnPeerThread(Task task) {
     task();
     return;
   }
-  std::promise<void> done;
+  std::packaged_task<void()> packaged(std::move(task));
+  std::future<void> done = packaged.get_future();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    tasks_.emplace_back([&] {
-      task();
-      done.set_value();
-    });
+    tasks_.push_back(std::move(packaged));
   }
   Wake();
-  done.get_future().wait();
+  done.get();
 }
 
 void ManagerPeer::Impl::RunTasks() {
-  std::deque<std::function<void()>> tasks;
+  std::deque<std::packaged_task<void()>> tasks;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     tasks.swap(tasks_);
   }
-  for (const auto& task : tasks) {
+  for (auto& task : tasks) {
     task();
   }
 }
@@ -254,11 +268,13 @@ void ManagerPeer::Impl::Accept() {
   if (fd < 0) {
     return;
   }
+  auto newest = std::make_shared<Socket>(fd);
+  MakeRoom(*newest);
+  LimitSending(*newest);
   HangUp();
-  MakeRoom(fd);
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    client_ = std::make_shared<Socket>(fd);
+    client_ = std::move(newest);
     end_of_file_ = false;
     ++connections_;
   }

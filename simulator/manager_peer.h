@@ -59,7 +59,7 @@ class ManagerPeer {
   // The three above with a service id and result 0: a Manager that agrees to everything.
   void AgreeToEverything(int service_id);
 
-  // --- Sending. False when nobody is connected or the packet was not taken. ---
+  // --- Sending. False when nobody is connected or the packet was not taken within kPatience. ---
   bool Send(const std::string& text);
 
   // --- Receiving: each message is handed out once, in the order of arrival, answered by rule or
@@ -90,7 +90,7 @@ class ManagerPeer {
   void StopReading();      // leaves what the client sends in the socket
   void ResumeReading();
   void StopListening();  // the path disappears: new connections are refused
-  void Listen();         // the path is back
+  void Listen();         // the path is back; throws as the constructor does
 
   // --- The record of everything, in order. ---
   std::vector<TranscriptEntry> transcript() const;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,17 +25,17 @@ constexpr const char* kUsage =
                 [--summary FILE] SCENARIO
 
 Listens on SOCKET (default /dev/socket/orvd), waits for a service, plays SCENARIO against it and prints
-the conversation, with a pause of MS milliseconds before each step, and a summary, to FILE if there is one.
-Exits with 0 when everything came as expected, with 1 when not, with 2 for a scenario or an
-option that cannot be read.
+the conversation, with a pause of MS milliseconds before each step, and a summary, added to FILE if there is one.
+Exits with 0 when everything came as expected, with 1 when not, with 2 for a scenario, an option or a path
+that cannot be used.
 
 )";
 
 struct Options {
   std::string path = "/dev/socket/orvd";
   std::string color = "auto";
-  std::string pace = "0";
-  std::string summary = "/dev/stdout";
+  std::optional<int> pace = 0;
+  std::string summary;
   std::string scenario;
   bool help = false;
 };
@@ -50,7 +51,7 @@ bool ReadOptions(const std::vector<std::string>& words, Options& options) {
     } else if (words[i] == "--color" && has_value) {
       options.color = words[++i];
     } else if (words[i] == "--pace" && has_value) {
-      options.pace = words[++i];
+      options.pace = orvd::ReadInteger(words[++i]);
     } else if (words[i] == "--summary" && has_value) {
       options.summary = words[++i];
     } else if (words[i].substr(0, 1) != "-" && options.scenario.empty()) {
@@ -61,11 +62,26 @@ bool ReadOptions(const std::vector<std::string>& words, Options& options) {
   }
   const bool known_color =
       options.color == "auto" || options.color == "always" || options.color == "never";
-  return options.help || (known_color && !options.scenario.empty());
+  const bool known_pace = options.pace && *options.pace >= 0;
+  return options.help || (known_color && known_pace && !options.scenario.empty());
 }
 
 bool UseColor(const std::string& choice) {
   return choice == "always" || (choice == "auto" && isatty(STDOUT_FILENO) == 1);
+}
+
+std::string Summary(const orvd::Score& score) {
+  return std::to_string(score.sent) + " tasks sent, " + std::to_string(score.answered) +
+         " answered as expected, " + std::to_string(score.rejected) + " rejected as expected, " +
+         std::to_string(score.failures) + " failures\n";
+}
+
+void WriteSummary(const std::string& summary, const std::string& path) {
+  if (path.empty()) {
+    std::cout << summary << std::flush;
+  } else if (!(std::ofstream(path, std::ios::app) << summary << std::flush)) {
+    throw std::runtime_error(path + ": cannot be written");
+  }
 }
 
 int Run(const Options& options) {
@@ -77,13 +93,11 @@ int Run(const Options& options) {
   orvd::Conversation conversation(stdout, UseColor(options.color));
   orvd::ManagerPeer peer(options.path, false);
   peer.SetObserver([&](const orvd::TranscriptEntry& entry) { conversation.Print(entry); });
-  orvd::Player player(peer, conversation, orvd::Milliseconds(std::stoi(options.pace)));
+  orvd::Player player(peer, conversation, orvd::Milliseconds(options.pace.value_or(0)));
   const orvd::Score score = player.Play(steps);
   peer.SetObserver(nullptr);
-  std::ofstream(options.summary, std::ios::app)
-      << score.sent << " tasks sent, " << score.answered << " answered as expected, "
-      << score.rejected << " rejected as expected, " << score.failures << " failures\n";
-  if (score.die) {
+  WriteSummary(Summary(score), options.summary);
+  if (score.die && score.failures == 0) {
     // A dying process may close the client's end first, and the client be quicker than the rest: it
     // would connect to nobody.
     peer.StopListening();

@@ -1,7 +1,6 @@
 #include "player.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <optional>
 #include <thread>
 
@@ -11,6 +10,17 @@ namespace orvd {
 namespace {
 
 constexpr const char* kTask = "exec_task";
+
+// Whole numbers are compared as such: a double does not hold all 64 bits.
+bool SameNumber(const Json::Value& left, const Json::Value& right) {
+  if (left.isInt64() && right.isInt64()) {
+    return left.asInt64() == right.asInt64();
+  }
+  if (left.isUInt64() && right.isUInt64()) {
+    return left.asUInt64() == right.asUInt64();
+  }
+  return left.asDouble() == right.asDouble();
+}
 
 // Whether `actual` has all that `expected` names, with those values.
 bool Matches(const Json::Value& expected, const Json::Value& actual) {
@@ -29,7 +39,7 @@ bool Matches(const Json::Value& expected, const Json::Value& actual) {
     return all;
   }
   if (expected.isNumeric() && actual.isNumeric()) {
-    return expected.asDouble() == actual.asDouble();
+    return SameNumber(expected, actual);
   }
   return expected == actual;
 }
@@ -48,13 +58,6 @@ std::string AnswerTo(const std::string& request_text, Json::Value answer) {
     answer["QueryId"] = request["QueryId"];
   }
   return WriteCompact(answer);
-}
-
-std::optional<int> SignalNumber(const std::string& name) {
-  const std::map<std::string, int> signals{
-      {"TERM", SIGTERM}, {"INT", SIGINT}, {"HUP", SIGHUP}, {"KILL", SIGKILL}};
-  const auto found = signals.find(name);
-  return found == signals.end() ? std::nullopt : std::optional<int>(found->second);
 }
 
 }  // namespace
@@ -126,11 +129,17 @@ std::string Player::Answer(const Step& step) {
 
 // Task answers come in any order and between other messages; they are kept until they are asked
 // for.
-void Player::SortAnswer(const std::string& message) {
-  if (KindOf(message) == kTask) {
-    Json::Value answer = ParseObject(message);
-    answers_[answer["transac_id"].asInt()] = answer;
+std::string Player::KeepAnswer(const std::string& message) {
+  if (KindOf(message) != kTask) {
+    return "";
   }
+  const Json::Value answer = ParseObject(message);
+  const Json::Value& id = answer["transac_id"];
+  if (!id.isInt()) {
+    return Expected("a number as transac_id", message);
+  }
+  const bool first = closed_.count(id.asInt()) == 0 && answers_.emplace(id.asInt(), answer).second;
+  return first ? "" : Expected("no further answer of task " + id.asString(), message);
 }
 
 std::string Player::Expect(const Step& step) {
@@ -144,14 +153,21 @@ std::string Player::Expect(const Step& step) {
                  ? ""
                  : Expected(WriteCompact(step.json), *message);
     }
-    SortAnswer(*message);
+    std::string failure = KeepAnswer(*message);
+    if (!failure.empty()) {
+      return failure;
+    }
   }
 }
 
 std::string Player::Task(const Step& step) {
   Json::Value task = step.json;
   task["req_type"] = kTask;
-  open_.insert(task["transac_id"].asInt());
+  const int transac_id = task["transac_id"].asInt();
+  if (!open_.insert(transac_id).second) {
+    return "task " + std::to_string(transac_id) + " is still open";
+  }
+  closed_.erase(transac_id);
   ++score_.sent;
   return peer_.Send(WriteCompact(task)) ? "" : "nobody took the task";
 }
@@ -163,11 +179,15 @@ std::string Player::Result(const Step& step) {
     if (!message) {
       return Expected("the answer of task " + std::to_string(transac_id), "nothing");
     }
-    SortAnswer(*message);
+    std::string failure = KeepAnswer(*message);
+    if (!failure.empty()) {
+      return failure;
+    }
   }
   const Json::Value answer = answers_[transac_id];
   answers_.erase(transac_id);
   open_.erase(transac_id);  // or it was sent by a Manager that died
+  closed_.insert(transac_id);
   if (!Matches(step.json, answer)) {
     return Expected(WriteCompact(step.json), WriteCompact(answer));
   }
@@ -176,37 +196,44 @@ std::string Player::Result(const Step& step) {
 }
 
 std::string Player::Rejected(const Step& step) {
-  const int transac_id = static_cast<int>(strtol(step.kind.c_str(), nullptr, 10));
+  const int transac_id = ReadInteger(step.kind).value_or(0);
+  if (answers_.count(transac_id) != 0) {
+    return Expected("no answer of task " + step.kind, WriteCompact(answers_[transac_id]));
+  }
   if (open_.erase(transac_id) == 0) {
     return "task " + step.kind + " was not sent, or is answered";
   }
-  rejected_.insert(transac_id);
+  closed_.insert(transac_id);
+  ++rejected_;
   return "";
 }
 
 std::string Player::Signal(const Step& step) {
-  const std::optional<int> number = SignalNumber(step.kind);
   const std::optional<int> pid = peer_.client_pid();
-  if (!number || !pid) {
-    return number ? "nobody is connected" : "unknown signal " + step.kind;
+  if (!pid) {
+    return "nobody is connected";
   }
-  return kill(*pid, *number) == 0 ? "" : "the service cannot be signalled";
+  const int number = SignalNumber(step.kind).value_or(0);
+  return kill(*pid, number) == 0 ? "" : "the service cannot be signalled";
 }
 
-// Whatever is still to come has come when the service has closed the connection, with which
-// scenarios end.
+// Nothing is waited for: a scenario that rejects tasks has waited for the end of the connection, or
+// leaves what still comes to the successor.
 std::string Player::CheckTasks() {
   while (const auto message = peer_.Next(Milliseconds(0))) {
-    SortAnswer(*message);
+    std::string failure = KeepAnswer(*message);
+    if (!failure.empty()) {
+      return failure;
+    }
   }
   for (const auto& [transac_id, answer] : answers_) {
-    return Expected("no further answer", WriteCompact(answer));
+    return Expected("no answer that the scenario does not name", WriteCompact(answer));
   }
   // A Manager that dies leaves its open tasks unanswered; its successor may hear of them.
   for (const int transac_id : score_.die ? std::set<int>() : open_) {
     return "task " + std::to_string(transac_id) + " has neither a result nor a rejection";
   }
-  score_.rejected = static_cast<int>(rejected_.size());
+  score_.rejected = rejected_;
   return "";
 }
 

@@ -41,15 +41,15 @@ class Player {
   std::string Rejected(const Step& step);
   std::string Signal(const Step& step);
   std::string CheckTasks();
-  void SortAnswer(const std::string& message);
-  std::string NextMessage(Json::Value& message, std::string& text);
+  std::string KeepAnswer(const std::string& message);
 
   ManagerPeer& peer_;
   Conversation& conversation_;
   const Milliseconds pace_;
   Score score_;
-  std::set<int> open_;  // sent, neither answered nor said to be rejected
-  std::set<int> rejected_;
+  std::set<int> open_;    // sent, neither answered nor said to be rejected
+  std::set<int> closed_;  // answered or rejected: no answer may come any more
+  int rejected_ = 0;
   std::map<int, Json::Value> answers_;  // come, not asked for yet
 };
 

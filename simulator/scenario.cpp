@@ -2,8 +2,12 @@
 
 #include <json/reader.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
+#include <csignal>
 #include <istream>
+#include <map>
 #include <memory>
 #include <string_view>
 
@@ -12,21 +16,39 @@ namespace {
 
 enum class Takes { kNothing, kText, kJson, kKind, kKindAndJson };
 
+bool Anything(const Step& /*step*/) {
+  return true;
+}
+
+bool NamesTask(const Step& step) {
+  return step.json["transac_id"].isInt();
+}
+
+bool NumbersTask(const Step& step) {
+  return ReadInteger(step.kind).has_value();
+}
+
+bool NamesSignal(const Step& step) {
+  return SignalNumber(step.kind).has_value();
+}
+
 struct Verb {
   std::string_view name;
   Takes takes;
+  bool (*accepts)(const Step& step);
+  const char* needs;  // said when the step is not accepted
 };
 
-constexpr std::array kVerbs{Verb{"say", Takes::kText},
-                            Verb{"answer", Takes::kKindAndJson},
-                            Verb{"send", Takes::kJson},
-                            Verb{"expect", Takes::kKindAndJson},
-                            Verb{"task", Takes::kJson},
-                            Verb{"result", Takes::kJson},
-                            Verb{"rejected", Takes::kKind},
-                            Verb{"signal", Takes::kKind},
-                            Verb{"end-of-file", Takes::kNothing},
-                            Verb{"die", Takes::kNothing}};
+constexpr std::array kVerbs{Verb{"say", Takes::kText, Anything, ""},
+                            Verb{"answer", Takes::kKindAndJson, Anything, ""},
+                            Verb{"send", Takes::kJson, Anything, ""},
+                            Verb{"expect", Takes::kKindAndJson, Anything, ""},
+                            Verb{"task", Takes::kJson, NamesTask, "a number as transac_id"},
+                            Verb{"result", Takes::kJson, NamesTask, "a number as transac_id"},
+                            Verb{"rejected", Takes::kKind, NumbersTask, "the number of a task"},
+                            Verb{"signal", Takes::kKind, NamesSignal, "TERM, INT, HUP or KILL"},
+                            Verb{"end-of-file", Takes::kNothing, Anything, ""},
+                            Verb{"die", Takes::kNothing, Anything, ""}};
 
 [[noreturn]] void Fail(const std::string& name, int line, const std::string& why) {
   throw ScenarioError(name + ":" + std::to_string(line) + ": " + why);
@@ -41,7 +63,9 @@ std::string TakeWord(std::string& text) {
 }
 
 Json::Value ReadObject(const std::string& text, const std::string& name, int line) {
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  Json::CharReaderBuilder builder;
+  builder["failIfExtra"] = true;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value value;
   std::string errors;
   if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
@@ -64,7 +88,8 @@ const Verb& FindVerb(const std::string& word, const std::string& name, int line)
 
 Step ReadStep(std::string text, const std::string& name, int line) {
   Step step{line, TakeWord(text), "", "", Json::Value(Json::objectValue)};
-  const Takes takes = FindVerb(step.verb, name, line).takes;
+  const Verb& verb = FindVerb(step.verb, name, line);
+  const Takes takes = verb.takes;
   if (takes == Takes::kKind || takes == Takes::kKindAndJson) {
     step.kind = TakeWord(text);
     if (step.kind.empty()) {
@@ -78,14 +103,45 @@ Step ReadStep(std::string text, const std::string& name, int line) {
   } else if (takes != Takes::kText && !text.empty()) {
     Fail(name, line, "'" + text + "' is too much");
   }
+  if (!verb.accepts(step)) {
+    Fail(name, line, step.verb + " needs " + verb.needs);
+  }
   return step;
+}
+
+// Only a service that has closed the connection can answer nothing more. After a death, the answer
+// comes to the successor, whose scenario does not name it.
+void CheckRejectionsCanBeSeen(const std::vector<Step>& steps, const std::string& name) {
+  const auto last = std::find_if(steps.rbegin(), steps.rend(),
+                                 [](const Step& step) { return step.verb == "rejected"; });
+  const bool seen = std::any_of(steps.rbegin(), last, [](const Step& step) {
+    return step.verb == "end-of-file" || step.verb == "die";
+  });
+  if (last != steps.rend() && !seen) {
+    Fail(name, last->line, "rejected needs an end-of-file or die later on");
+  }
 }
 
 }  // namespace
 
+std::optional<int> ReadInteger(const std::string& text) {
+  int number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stopped, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stopped == end ? std::optional<int>(number) : std::nullopt;
+}
+
+std::optional<int> SignalNumber(const std::string& name) {
+  const std::map<std::string, int> signals{
+      {"TERM", SIGTERM}, {"INT", SIGINT}, {"HUP", SIGHUP}, {"KILL", SIGKILL}};
+  const auto found = signals.find(name);
+  return found == signals.end() ? std::nullopt : std::optional<int>(found->second);
+}
+
 const char* const kScenarioHelp =
     R"(A scenario is a text file, one step a line. A line that begins with a blank continues the one before;
 "#" begins a comment line. JSON in an expectation names the members that matter; others may be there.
+What is waited for must come within 10 seconds, the service itself included.
 
   answer INIT {"service_id":7}      answer every such request with these members; "opcode" and "QueryId" are
   answer AUTH {"result":0}            taken over from the request
@@ -95,7 +151,7 @@ const char* const kScenarioHelp =
   send {...}                        send a message
   task {"transac_id":1,...}         send "exec_task"
   result {"transac_id":1,...}       wait for the answer of this task, in whatever order answers come
-  rejected TRANSAC_ID               this task is never answered; checked when the scenario is over
+  rejected TRANSAC_ID               this task is never answered; needs an end-of-file or die later on
   signal TERM                       send a signal (TERM, INT, HUP, KILL) to the service process
   end-of-file                       wait until the service has closed the connection
   die                               remove the socket and end this process by SIGKILL; ends the scenario
@@ -123,6 +179,10 @@ std::vector<Step> ReadScenario(std::istream& in, const std::string& name) {
   for (auto& [number, text] : texts) {
     steps.push_back(ReadStep(std::move(text), name, number));
   }
+  if (steps.empty()) {
+    throw ScenarioError(name + ": no steps in it");
+  }
+  CheckRejectionsCanBeSeen(steps, name);
   return steps;
 }
 

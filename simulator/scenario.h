@@ -5,6 +5,7 @@
 #include <json/value.h>
 
 #include <iosfwd>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,8 +25,15 @@ class ScenarioError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Throws ScenarioError, with file and line in its text, for what is no step.
+// Throws ScenarioError, with file and line in its text, for what is no step; and when there is
+// none.
 std::vector<Step> ReadScenario(std::istream& in, const std::string& name);
+
+// The number that the whole of `text` is.
+std::optional<int> ReadInteger(const std::string& text);
+
+// The number of a signal that a scenario may name.
+std::optional<int> SignalNumber(const std::string& name);
 
 extern const char* const kScenarioHelp;
 

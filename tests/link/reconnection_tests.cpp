@@ -104,9 +104,14 @@ TEST_F(ReconnectionTest, DeinitialisationEndsIt) {
 
 TEST_F(ReconnectionTest, EachAttemptChoosesThePathAnew) {
   orvd::ManagerPeer dedicated(kDedicatedPath);
-  LoseManager();
-  SetTestProperty("vendor.orvex.one.service", "vendor.radioWarden");
-  SetTestProperty("ro.build.type", "eng");
+  recorder.SetHook([](const orvd_req_t& req) {
+    if (req.type ==
+        ORVD_TERMINATED) {  // on the thread that will choose: the host's store has no lock
+      SetTestProperty("vendor.orvex.one.service", "vendor.radioWarden");
+      SetTestProperty("ro.build.type", "eng");
+    }
+  });
+  peer.HangUp();
   EXPECT_TRUE(dedicated.WaitConnected());
   EXPECT_TRUE(recorder.WaitFor("reconnected 0x00000010::0"));
 }

@@ -152,6 +152,7 @@ TEST_F(QueryTest, ManyAtOnceGetEachItsOwnAnswerInWhateverOrder) {
   for (std::thread& thread : threads) {
     thread.join();
   }
+  peer.StopReading();  // returns when the rule has
 }
 
 TEST_F(QueryTest, FromACallbackItEndsByItsTimeOutAndTheReceiveThreadGoesOn) {
