@@ -10,7 +10,8 @@
 // not call what waits for one: orvd_svc_init, _orvd_svc_register_auth, _orvd_svc_ready (they would
 // never return) or a query (it would end by its time-out). The one exception is the event
 // ORVD_RECONNECTED: its receive thread is about to end, so that callback may call orvd_svc_deinit
-// and orvd_svc_init, and after these register and ready. orvd_status_t names the lock that is held
+// and orvd_svc_init, and after these register and ready, other opcodes than those whose calls still
+// wait for the lost Manager. orvd_status_t names the lock that is held
 // during each event. Locks are not recursive: what takes the lock held must not be called, and
 // orvd_svc_deinit and _orvd_svc_ready take the ready-table lock. A callback that is told of an
 // event without a lock should return at once all the same: nothing is read meanwhile.
@@ -71,8 +72,8 @@ ORVD_EXPORT int orvd_svc_init(void);
 // Returns 0; -2 when the library is initialised under another id; -3 when it is not initialised.
 // The receive thread ends at once, or after the message that it is working on; it says nothing more
 // to the Manager. Running tasks go on; their answers go to whichever connection stands when they
-// end, or fail to be sent. Open sessions are kept: the Manager's next tasks for them run once their
-// opcodes are ready again.
+// end, or fail to be sent. Open sessions are kept, unless they are just being terminated: the
+// Manager's next tasks for them run once their opcodes are ready again.
 // When the Manager was lost and the present connection has not been initialised, nothing is sent
 // and the connection stays for the next orvd_svc_init, unless this process is the dedicated client.
 // Does not wait for the receive thread, but for a notification callback that is running; such a
@@ -98,7 +99,9 @@ ORVD_EXPORT void orvd_log_marker(const char* text);
 // Both texts are read during the call only.
 // Waits without limit for the Manager's verdict.
 // Register an opcode from one thread at a time: of several callers for the same opcode only the
-// first is woken by an answer. Call from a service or task thread, never from a callback.
+// first is woken by an answer, and a call that waits since before a loss of the Manager counts: it
+// takes the answer to the next registration. Call from a service or task thread, or as said above
+// from an ORVD_RECONNECTED callback.
 ORVD_EXPORT int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode,
                                             const char* api_def, const char* token);
 
@@ -116,9 +119,10 @@ ORVD_EXPORT int32_t _orvd_svc_register(...);
 // Waits without limit for the Manager's answer.
 // A second call for a ready opcode asks the Manager again and keeps the first callbacks. There is
 // no call that withdraws one opcode. An opcode without `state_callback` hears no notification and
-// starts no session; one without `task_function` runs no task.
-// Make an opcode ready from one thread at a time. Call from a service or task thread, never from a
-// callback.
+// starts no session, and when it is the lowest one, nobody hears that the Manager has gone or is
+// back; one without `task_function` runs no task.
+// Make an opcode ready from one thread at a time. Call from a service or task thread, or as said
+// above from an ORVD_RECONNECTED callback.
 ORVD_EXPORT int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode,
                                     orvd_state_callback_t state_callback, void* user_data,
                                     orvd_task_function_t task_function);

@@ -97,9 +97,10 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 
 // Decoders. The library calls them on the receive thread; they may be called from any thread, each
 // with its own record. They return 0, or -1 after one log line that says why, always written. A
-// scalar in the place of a list is an empty list. They throw the JSON library's exceptions for an
-// object in the place of a list, a list or an object in the place of a text, and a text in the
-// place of a number; on the receive thread such an exception ends the process.
+// scalar in the place of a list is an empty list. They throw the JSON library's exceptions for any
+// other value of the wrong kind outside of "value" (a list or an object for a text or a number, a
+// text for a number, a scalar for an object, an object for a list) and for an "id" or "num_of_args"
+// beyond 32 bits; on the receive thread such an exception ends the process.
 
 // Decodes "func" of a whole "exec_task" message into `info`, which it resets first (old queues are
 // not deleted). After -1 the arguments before the refused one are still queued; the caller clears
@@ -107,7 +108,7 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 ORVD_EXPORT int AddParamsToQueues(Json::Value& request, orvex_func_call_info_t* info);
 
 // Decodes one vector argument under `key`. 0 with nothing queued when "vec_type" names no element
-// type.
+// type; -1 after a log line when it is missing or "none".
 ORVD_EXPORT int AddVectorParams(Json::Value& arg, int ignored, int key,
                                 orvex_func_call_info_t* info);
 

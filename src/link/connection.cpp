@@ -36,6 +36,10 @@ Mutex gSendMutex;
 // The number of the tenure that this receive thread serves; none on other threads.
 thread_local std::optional<uint64_t> served_tenure;
 
+bool IsSuperseded(uint64_t current_tenure) {
+  return served_tenure.has_value() && *served_tenure != current_tenure;
+}
+
 std::shared_ptr<Connection> StandingConnection() {
   const MutexLock lock(TheLink().mutex);
   return TheLink().standing;
@@ -48,7 +52,17 @@ bool ConnectTo(const char* path, int fd) {
   return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
-std::shared_ptr<Connection> MakeConnection() {
+// The decision counts for the tenure that asked for it, whether or not the connection comes about.
+const char* PathFor(uint64_t tenure_number) {
+  const SocketPath chosen = ChooseSocketPath();
+  const MutexLock lock(TheLink().mutex);
+  if (TheLink().tenure == tenure_number) {
+    SetFlags(chosen);
+  }
+  return chosen.path;
+}
+
+std::shared_ptr<Connection> MakeConnection(uint64_t tenure_number) {
   const int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
   if (fd < 0) {
     LOG_AT(kFailure, "Failed to connect to ORVEX Manager (socket creation failed %s)",
@@ -56,7 +70,7 @@ std::shared_ptr<Connection> MakeConnection() {
     return nullptr;
   }
   auto connection = std::make_shared<Connection>(fd);
-  if (!ConnectTo(ChooseSocketPath(), fd)) {
+  if (!ConnectTo(PathFor(tenure_number), fd)) {
     const int error = errno;
     connection.reset();
     LOG_AT(kFailure, "Failed to connect to ORVEX Manager (connection failed %s)", ErrorText(error));
@@ -144,20 +158,20 @@ uint64_t CurrentTenureNumber() {
 }
 
 bool ThisThreadIsSuperseded() {
-  return served_tenure.has_value() && *served_tenure != CurrentTenureNumber();
+  return IsSuperseded(CurrentTenureNumber());
 }
 
-bool ForgetManagerFor(uint64_t tenure_number) {
+bool NoteInitDone(bool done) {
   const MutexLock lock(TheLink().mutex);
-  if (TheLink().tenure != tenure_number) {
+  if (IsSuperseded(TheLink().tenure)) {
     return false;
   }
-  gMgrInitDone = false;
+  gMgrInitDone = done;
   return true;
 }
 
 int ConnectFor(uint64_t tenure_number) {
-  const std::shared_ptr<Connection> connection = MakeConnection();
+  const std::shared_ptr<Connection> connection = MakeConnection(tenure_number);
   if (!connection || !Publish(connection, tenure_number)) {
     return -1;
   }

@@ -2,8 +2,9 @@
 //
 // A connection is shared by those who use it and closed by the last of them, so that nobody ever
 // receives or sends on a descriptor number that has been given out again. A new tenure begins when
-// the service initialises or deinitialises. A receive thread of an older tenure serves out the
-// message at hand; it neither sends on the new connection, nor touches the flags, nor reconnects.
+// the service connects or deinitialises. A receive thread of an older tenure serves out the message
+// at hand; it neither sends on the new connection, nor ends its sessions, nor touches the flags,
+// nor reconnects.
 
 #pragma once
 
@@ -58,8 +59,8 @@ bool ThisThreadIsSuperseded();
 
 // Connects, unless a newer tenure has begun meanwhile. Returns 0 or -1.
 int ConnectFor(uint64_t tenure_number);
-// Clears gMgrInitDone and returns true, unless a newer tenure has begun.
-bool ForgetManagerFor(uint64_t tenure_number);
+// Sets or clears gMgrInitDone for this receive thread's tenure. False when a newer one has begun.
+bool NoteInitDone(bool done);
 // Says goodbye on `connection` and leaves it. Returns -1 without a connection, or when it is left
 // already.
 int Disconnect(const std::shared_ptr<Connection>& connection);

@@ -35,14 +35,20 @@ After Then(Json::Value& message) {
   return After::kContinue;
 }
 
-After OnInit(Json::Value& message) {
+// Checked with the mutex held, so that the id is never set again behind a deinitialisation.
+bool StoreServiceId(int32_t service_id) {
+  const MutexLock lock(gStateMutex);
   if (ThisThreadIsSuperseded()) {
-    return After::kEndThread;
+    return false;
   }
+  gService_id = service_id;
+  return true;
+}
+
+After OnInit(Json::Value& message) {
   const int32_t service_id = IntMember(message, "service_id", kNotInitialised);
-  {
-    const MutexLock lock(gStateMutex);
-    gService_id = service_id;
+  if (!StoreServiceId(service_id)) {
+    return After::kEndThread;
   }
   const MutexLock lock(gInitMutex);
   response_for_init = true;
@@ -50,7 +56,7 @@ After OnInit(Json::Value& message) {
   if (service_id < 0) {
     return After::kEndThread;
   }
-  gMgrInitDone = true;
+  NoteInitDone(true);
   return After::kContinue;
 }
 

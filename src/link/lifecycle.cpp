@@ -26,6 +26,13 @@ bool IsInitialised(int& service_id) {
   return true;
 }
 
+// A connection that stands is taken as it is, with its receive thread if that still runs: either
+// thread may read the answer.
+int ConnectAnew() {
+  BeginTenure();
+  return connect_to_manager();
+}
+
 // The answer may be there before the send returns; the init mutex keeps it until this thread waits.
 int RequestServiceId() {
   MutexLock init_lock(gInitMutex);
@@ -68,8 +75,7 @@ int orvd_svc_init(void) {
     return service_id;
   }
   gDebugLevel = property_get_int32("persist.vendor.orvex.clientlib.debug_level", 4);
-  BeginTenure();
-  if (gMgrSocket_fd < 0 && connect_to_manager() != 0) {
+  if (gMgrSocket_fd < 0 && ConnectAnew() != 0) {
     return -1;
   }
   return StartReceiveThread() ? RequestServiceId() : -1;

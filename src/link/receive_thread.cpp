@@ -70,9 +70,12 @@ Outcome Receiver::OnClosedByManager() const {
   if (Disconnect(tenure_.connection) != 0) {
     return Outcome::kEndThread;
   }
-  EndAllSessions();
-  if (ForgetManagerFor(tenure_.number) && ReconnectFor(tenure_.number) == 0 &&
-      !ThisThreadIsSuperseded()) {
+  if (!ThisThreadIsSuperseded()) {
+    EndAllSessions();
+  }
+  // Also a callback of this thread may have deinitialised.
+  const bool still_served = CurrentTenureNumber() == tenure_.number && NoteInitDone(false);
+  if (still_served && ReconnectFor(tenure_.number) == 0 && !ThisThreadIsSuperseded()) {
     TellReconnected();
   }
   return Outcome::kEndThread;

@@ -70,16 +70,21 @@ Names ChooseNames() {
 
 }  // namespace
 
-const char* ChooseSocketPath() {
+SocketPath ChooseSocketPath() {
   if (!IsDebuggableBuild()) {
-    return kSharedPath;
+    return {kSharedPath, std::nullopt, std::nullopt};
   }
   const Names names = ChooseNames();
   const bool match = StartsWith(names.expected, names.own);
   const bool dedicated = match && !names.expected.empty();
+  const bool markers =
+      dedicated && android::base::GetBoolProperty("vendor.orvex.one.markers", false);
   // Deliberate: a match with an empty expected name counts as the dedicated client on the shared
   // path; shutdown then says goodbye even to a Manager that never answered.
-  gDedicatedChannel = match;
-  gMarkersEnabled = dedicated && android::base::GetBoolProperty("vendor.orvex.one.markers", false);
-  return dedicated ? kDedicatedPath : kSharedPath;
+  return {dedicated ? kDedicatedPath : kSharedPath, match, markers};
+}
+
+void SetFlags(const SocketPath& chosen) {
+  gDedicatedChannel = chosen.dedicated_channel.value_or(gDedicatedChannel);
+  gMarkersEnabled = chosen.markers_enabled.value_or(gMarkersEnabled);
 }

@@ -23,10 +23,5 @@ uint32_t NextQueryId() {
 }
 
 bool query_id_validation(const Json::Value& msg, unsigned int& query_id) {
-  const Json::Value* member = FindMember(msg, "QueryId");
-  if (member == nullptr || !member->isUInt()) {
-    return false;
-  }
-  query_id = member->asUInt();
-  return query_id != 0;
+  return ReadUintMember(msg, "QueryId", query_id) && query_id != 0;
 }

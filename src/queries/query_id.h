@@ -12,5 +12,5 @@
 uint32_t NextQueryId();
 
 // Reads "QueryId" of an answer. False, with `query_id` untouched, when it is no unsigned integer;
-// false for 0.
+// false for 0, which is also what a missing one counts as.
 ORVD_EXPORT bool query_id_validation(const Json::Value& msg, unsigned int& query_id);

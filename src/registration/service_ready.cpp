@@ -53,9 +53,13 @@ std::optional<ready_meta_data> FindRecord(uint32_t opcode) {
   return found->second;
 }
 
-void EraseReady(uint32_t opcode) {
+// Unless the entry is a later one, made after a deinitialisation.
+void EraseReady(uint32_t opcode, const ready_meta_data& record) {
   const MutexLock lock(TheReadyTable().mutex);
-  TheReadyTable().opcodes.erase(opcode);
+  const auto found = TheReadyTable().opcodes.find(opcode);
+  if (found != TheReadyTable().opcodes.end() && found->second.received == record.received) {
+    TheReadyTable().opcodes.erase(found);
+  }
 }
 
 }  // namespace
@@ -86,7 +90,7 @@ int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode, orvd_state_callbac
   }
   if (AwaitAnswer(record) < 0) {
     LOG_AT(kFailure, "Failed to make service ready at manager; aborting");
-    EraseReady(opcode);
+    EraseReady(opcode, record);
     return -1;
   }
   return 0;

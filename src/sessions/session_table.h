@@ -18,7 +18,7 @@ enum orvd_start_state : int {
 using SessionPair = std::pair<uint32_t, uint32_t>;  // opcode, subsystem id
 using SessionPairs = std::map<SessionPair, orvd_start_state>;
 
-// All users run on the receive thread. The session mutex is held around the session-state callbacks
+// All users run on a receive thread. The session mutex is held around the session-state callbacks
 // of start, ready, end and termination.
 struct SessionTable {
   Mutex mutex;

@@ -1,5 +1,6 @@
 #include "sessions/terminate_sessions.h"
 
+#include "link/connection.h"
 #include "link/log.h"
 #include "sessions/end_pairs.h"
 #include "sessions/session_state.h"
@@ -31,6 +32,9 @@ int terminate_sessions() {
   uint32_t last_session_id = 0;
   {
     const MutexLock lock(Sessions().mutex);
+    if (ThisThreadIsSuperseded()) {
+      return -1;  // what is open now was opened on another connection
+    }
     for (const auto& [session_id, pairs] : Sessions().sessions) {
       last_session_id = session_id;
       TerminateAllPairs(session_id, pairs, count);

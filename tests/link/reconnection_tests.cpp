@@ -1,7 +1,9 @@
 // The Manager goes away and comes back.
 
 #include <atomic>
+#include <filesystem>
 #include <regex>
+#include <thread>
 
 #include "sessions/session_state.h"
 #include "support/service_fixture.h"
@@ -31,6 +33,10 @@ int SlowTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
 std::string Task(int transac_id) {
   return R"({"req_type":"exec_task","opcode":"20","subsys_id":1,"session_id":9,"transac_id":)" +
          std::to_string(transac_id) + R"(,"func":{"name":"f","num_of_args":0,"args":[]}})";
+}
+
+long CountThreads() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
 class ReconnectionTest : public ServiceTest {
@@ -139,6 +145,52 @@ TEST_F(ReconnectionTest, AReceiveThreadOfBeforeSaysNothingOnTheNewConnection) {
   EXPECT_TRUE(WaitLogged("Failed to send start session response to ORVEX Manager"));
   Settle();
   EXPECT_EQ(peer.NextOf("start_session", orvd::Milliseconds(0)), std::nullopt);
+}
+
+TEST_F(ReconnectionTest, AReceiveThreadOfBeforeEndsNoSessionOfTheNewConnection) {
+  std::atomic<bool> entered{false};
+  std::atomic<bool> leave{false};
+  recorder.SetHook([&](const orvd_req_t& req) {
+    if (req.type == ORVD_TERMINATED) {
+      entered = true;
+      Eventually([&] { return leave.load(); });
+    }
+  });
+  const long threads = CountThreads();
+  peer.HangUp();
+  ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+  ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
+  Init();
+  Offer(0x20, {1}, SlowTask);
+  OpenSession(11, 0x20, 1);
+  leave = true;
+  ASSERT_TRUE(Eventually([&] { return CountThreads() == threads; }));
+  EXPECT_EQ(recorder.events(),
+            "terminated 0x00000010::0\nstart 0x00000020::1 session 11\n"
+            "ready 0x00000020::1 session 11\n");
+  EXPECT_EQ(peer.connections(), 2U);
+}
+
+TEST_F(ReconnectionTest, AReceiveThreadOfBeforeDecidesNothingForTheNewConnection) {
+  recorder.SetHook([](const orvd_req_t& req) {
+    if (req.type == ORVD_TERMINATED) {  // on the thread that reads them
+      SetTestProperty("ro.build.type", "eng");
+      SetTestProperty("vendor.orvex.one.plix", "plix_hub");
+      SetTestProperty("vendor.orvex.one.markers", "1");
+    }
+  });
+  const long threads = CountThreads();
+  LoseManager();
+  ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
+  orvd::ManagerPeer dedicated(kDedicatedPath);
+  dedicated.AgreeToEverything(kServiceId);
+  std::thread([] {
+    pthread_setname_np(pthread_self(), "plix_hub");
+    EXPECT_EQ(orvd_svc_init(), kServiceId);
+  }).join();
+  ASSERT_TRUE(Eventually([&] { return CountThreads() == threads + 1; }));  // with the second peer's
+  orvd_log_marker("mark");
+  EXPECT_TRUE(dedicated.NextOf("mark"));
 }
 
 TEST_F(ServiceTest, ReconnectionWithNothingReadyIsOnlyLogged) {

@@ -108,8 +108,8 @@ Session 0 completely ended|< end 0 "Failed"}|Ended session 0 with 0 service (0 f
      R"(session_id received is 5|> ready 0x0000a001::1 session 5|session_id received is 5|S~a001::1 already in ready state
 session_id received is 5|> ready 0x0000a001::2 session 5|S~b002::3 not started before ready call|session_id received is 5|S~a001::2 already active|< start 5 "Failed"}|Failed to handle session start event)"},
     {4, "End", "end 0x0000b002::3", R"(start 5 "a001":1,2 "b002":3,4)",
-     R"(end 5 40961.0:1 "0xa001":2;end 5 40961:1,2 49155:1 45058:3;end 5;end 5)",
-     R"(Trying to end s~a001::1|in inform_session_state|> end 0x0000a001::1 session 5|S~a001::1 terminate success|Failed to handle end start event
+     R"({"req_type":"end_session","session_id":5,"opcodes":[{}]};end 5 40961.0:1 "0xa001":2;end 5 40961:1,2 49155:1 45058:3;end 5;end 5)",
+     R"(Failed to handle end start event|Trying to end s~a001::1|in inform_session_state|> end 0x0000a001::1 session 5|S~a001::1 terminate success|Failed to handle end start event
 Trying to end s~a001::1|S~a001::1 is not active; ignoring|Trying to end s~a001::2|in inform_session_state|> end 0x0000a001::2 session 5
 S~a001::2 terminate success|Trying to end s~b002::3|in inform_session_state|> end 0x0000b002::3 session 5|S~b002::3 terminate failed|< end 5 "Success"}
 Ended session 5 with 1 service (2 failed)|in inform_session_state|> end 0x0000b002::3 session 5|in inform_session_state|> end 0x0000b002::4 session 5|Session 5 completely ended|< end 5 "Success"}|Ended session 5 with 1 service (1 failed)
