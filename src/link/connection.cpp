@@ -33,6 +33,10 @@ Link& TheLink() {
 
 Mutex gSendMutex;
 
+// One attempt at a time: one that is superseded meanwhile is over, and closed, before the new
+// tenure's own, or a Manager that serves one connection of a process would take the stray one.
+Mutex gConnectMutex;
+
 // The number of the tenure that this receive thread serves; none on other threads.
 thread_local std::optional<uint64_t> served_tenure;
 
@@ -171,6 +175,10 @@ bool NoteInitDone(bool done) {
 }
 
 int ConnectFor(uint64_t tenure_number) {
+  const MutexLock lock(gConnectMutex);
+  if (CurrentTenureNumber() != tenure_number) {
+    return -1;
+  }
   const std::shared_ptr<Connection> connection = MakeConnection(tenure_number);
   if (!connection || !Publish(connection, tenure_number)) {
     return -1;

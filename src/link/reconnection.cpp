@@ -23,14 +23,14 @@ bool Superseded(uint64_t tenure_number) {
 int ReconnectFor(uint64_t tenure_number) {
   const Clock::time_point start = Clock::now();
   while (ConnectFor(tenure_number) != 0) {
-    if (Superseded(tenure_number)) {
-      return -1;
-    }
     if (Clock::now() > start + kLimit) {
       LOG_AT(kAlways, "Failed to reconnect to manager due to time out");
       return -1;
     }
     usleep(kPause);
+    if (Superseded(tenure_number)) {
+      return -1;
+    }
   }
   const auto taken =
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();

@@ -79,6 +79,18 @@ void FreeCallRecord(_orvex_call_info_t* call) {
   free(call);
 }
 
+// The queues, until a task thread has them.
+struct DecodedArguments {
+  DecodedArguments() = default;
+  ~DecodedArguments() { ClearParamsFromQueues(info); }
+  DecodedArguments(const DecodedArguments&) = delete;
+  DecodedArguments& operator=(const DecodedArguments&) = delete;
+
+  orvex_func_call_info_t Release() { return std::exchange(info, {}); }
+
+  orvex_func_call_info_t info{};
+};
+
 }  // namespace
 
 int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
@@ -93,13 +105,12 @@ int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
   if (call == nullptr) {
     return -1;
   }
-  orvex_func_call_info_t args{};
-  if (AddParamsToQueues(msg, &args) != 0) {
+  DecodedArguments args;
+  if (AddParamsToQueues(msg, &args.info) != 0) {
     // Deliberate: the record of a refused call stays allocated, one for each refusal.
-    ClearParamsFromQueues(args);  // NOLINT(clang-analyzer-unix.Malloc)
-    return -1;
+    return -1;  // NOLINT(clang-analyzer-unix.Malloc)
   }
-  std::thread(calling_wrapper, call, task, std::move(args)).detach();
+  std::thread(calling_wrapper, call, task, args.Release()).detach();
   return 0;
 }
 

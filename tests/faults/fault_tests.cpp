@@ -168,7 +168,7 @@ TEST_F(FaultTest, AnUnknownSessionIsAnsweredUnderTheSessionLock) {
   Init();
   std::future<int> probe;
   bool held = false;
-  SetSendHook([&] {
+  SetSendHook([&](int /*fd*/) {
     probe = std::async(std::launch::async, [] {
       Json::Value message;
       return handle_exec_task(message, Answer);

@@ -116,32 +116,60 @@ TEST_F(LinkTest, RefusedServiceKeepsItsConnectionForTheNextAttempt) {
 }
 
 TEST_F(LinkTest, LeavesNothingBehindWhateverTheManagerDoes) {
+  constexpr size_t kCycles = 1000;
   const orvd::Rule hang_up = [this](const std::string&) {
     peer.HangUp();
     return std::nullopt;
   };
+  const orvd::Rule keep_sending = [this](const std::string&) {
+    for (int i = 0; i < 20; ++i) {
+      peer.Send(R"({"req_type":"permission_change"})");
+    }
+    return std::nullopt;
+  };
   const long descriptors = Count("/proc/self/fd");
-  for (size_t cycle = 1; cycle <= 300; ++cycle) {
+  for (size_t cycle = 1; cycle <= kCycles; ++cycle) {
     Init();
     Offer(0x10, {1});
-    peer.SetRule("DINT", cycle % 4 == 1 ? hang_up : nullptr);
-    peer.SetRule("EXIT", cycle % 4 == 2 ? hang_up : nullptr);
-    if (cycle % 4 == 3) {
+    peer.SetRule("DINT", cycle % 5 == 1 ? hang_up : cycle % 5 == 4 ? keep_sending : nullptr);
+    peer.SetRule("EXIT", cycle % 5 == 2 ? hang_up : nullptr);
+    if (cycle % 5 == 3) {
       peer.StopReading();
     }
     ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
     ASSERT_TRUE(ReceiveThreadEnds()) << cycle;
   }
-  EXPECT_EQ(recorder.events(), "");
-  EXPECT_EQ(peer.connections(), 300U);
+  EXPECT_THAT(recorder.events(), testing::Not(testing::HasSubstr("ed 0x")));  // nobody was lost
+  EXPECT_EQ(peer.connections(), kCycles);
   EXPECT_TRUE(Eventually([&] { return Count("/proc/self/fd") == descriptors; }));
 }
 
-TEST_F(LinkTest, ExitIsPromptWhileInitialisationWaits) {
+// Ends the process while another thread waits for the answer to a message of this kind.
+[[noreturn]] void ExitWhileWaiting(ManagerPeer& peer, const char* kind, void (*call)()) {
+  peer.SetRule(kind, nullptr);
+  std::thread(call).detach();
+  if (!peer.NextOf(kind)) {
+    abort();
+  }
+  alarm(1);
+  exit(0);
+}
+
+TEST_F(LinkTest, ExitIsPromptWhateverWaits) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  peer.SetRule("INIT", nullptr);
-  EXPECT_EXIT((alarm(10), std::thread(orvd_svc_init).detach(), exit(peer.NextOf("INIT") ? 0 : 1)),
+  EXPECT_EXIT(ExitWhileWaiting(peer, "INIT", [] { orvd_svc_init(); }), testing::ExitedWithCode(0),
+              "");
+  EXPECT_EXIT((Init(), ExitWhileWaiting(peer, "PERMISSION", [] { orvd_permission_query(1, {}); })),
               testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      (Init(), ExitWhileWaiting(peer, "REDY",
+                                [] { _orvd_svc_ready(kServiceId, 1, nullptr, nullptr, nullptr); })),
+      testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      (Init(), ExitWhileWaiting(
+                   peer, "AUTH",
+                   [] { _orvd_svc_register_auth(kServiceId, 1, ApiBlob(1, {}).c_str(), "t"); })),
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(LinkTest, SendsWholeMessagesAndLogsTheirBeginning) {

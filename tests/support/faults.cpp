@@ -20,7 +20,7 @@ struct Fault {
 std::array<Fault, 5> faults;
 
 std::mutex hook_mutex;
-std::function<void()> send_hook;
+std::function<void(int)> send_hook;
 
 Fault& FaultOf(Call call) {
   return faults.at(static_cast<size_t>(call));
@@ -46,14 +46,14 @@ Function* Next(Function* /*own*/, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-void CallSendHook() {
-  std::function<void()> hook;
+void CallSendHook(int fd) {
+  std::function<void(int)> hook;
   {
     const std::lock_guard<std::mutex> lock(hook_mutex);
     hook = send_hook;
   }
   if (hook) {
-    hook();
+    hook(fd);
   }
 }
 
@@ -68,7 +68,7 @@ int StillToFail(Call call) {
   return FaultOf(call).times;
 }
 
-void SetSendHook(std::function<void()> hook) {
+void SetSendHook(std::function<void(int)> hook) {
   const std::lock_guard<std::mutex> lock(hook_mutex);
   send_hook = std::move(hook);
 }
@@ -83,7 +83,7 @@ int socket(int domain, int type, int protocol) noexcept {
 ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
   static auto* const next = Next(&sendto, "sendto");
-  CallSendHook();
+  CallSendHook(fd);
   return Fails(Call::kSendto) ? -1 : next(fd, data, size, flags, address, length);
 }
 

@@ -14,4 +14,4 @@ void FailNext(Call call, int error, int times = 1);
 int StillToFail(Call call);
 
 // Called before each packet is sent, on the sending thread. Empty again: no more.
-void SetSendHook(std::function<void()> hook);
+void SetSendHook(std::function<void(int fd)> hook);
