@@ -144,6 +144,12 @@ TEST_F(LinkTest, LeavesNothingBehindWhateverTheManagerDoes) {
   EXPECT_TRUE(Eventually([&] { return Count("/proc/self/fd") == descriptors; }));
 }
 
+#if defined(__SANITIZE_THREAD__)
+constexpr unsigned kPrompt = 10;  // seconds; the sanitizer itself sleeps for one at exit
+#else
+constexpr unsigned kPrompt = 1;
+#endif
+
 // Ends the process while another thread waits for the answer to a message of this kind.
 [[noreturn]] void ExitWhileWaiting(ManagerPeer& peer, const char* kind, void (*call)()) {
   peer.SetRule(kind, nullptr);
@@ -151,7 +157,7 @@ TEST_F(LinkTest, LeavesNothingBehindWhateverTheManagerDoes) {
   if (!peer.NextOf(kind)) {
     abort();
   }
-  alarm(1);
+  alarm(kPrompt);
   exit(0);
 }
 
