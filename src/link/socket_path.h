@@ -10,7 +10,7 @@ extern std::atomic<bool> gMarkersEnabled;
 
 // Flags without a value stay as they are: only debuggable builds decide them.
 struct SocketPath {
-  const char* path;
+  const char* path = nullptr;
   std::optional<bool> dedicated_channel;
   std::optional<bool> markers_enabled;
 };

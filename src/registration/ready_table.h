@@ -18,9 +18,9 @@ struct ready_meta_data {
   std::shared_ptr<int32_t> status;
   std::shared_ptr<std::condition_variable> cv;
   std::shared_ptr<bool> received;
-  orvd_state_callback_t state_callback;
-  void* user_data;
-  orvd_task_function_t task_function;
+  orvd_state_callback_t state_callback = nullptr;
+  void* user_data = nullptr;
+  orvd_task_function_t task_function = nullptr;
 };
 
 struct ReadyTable {

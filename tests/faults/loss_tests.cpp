@@ -325,7 +325,7 @@ class LossTest : public testing::WithParamInterface<Cell>,
   std::string Outcome();
   char Call();
   char InitialiseAgain();
-  int InitialiseOnce();
+  static int InitialiseOnce();
   static bool Expected(char letter) {
     return GetParam().outcome().find(letter) != std::string::npos;
   }
