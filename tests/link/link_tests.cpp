@@ -113,6 +113,14 @@ TEST_F(LinkTest, RefusedServiceKeepsItsConnectionForTheNextAttempt) {
   peer.AnswerInit(kServiceId);
   Init();
   EXPECT_EQ(peer.connections(), 1U);
+
+  EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);  // that it once agreed is forgotten
+  peer.AnswerInit(kRefused);
+  EXPECT_EQ(orvd_svc_init(), kRefused);
+  EXPECT_EQ(orvd_svc_deinit(static_cast<unsigned>(kRefused)), 0);
+  peer.AnswerInit(kServiceId);
+  Init();
+  EXPECT_EQ(peer.connections(), 2U);
 }
 
 TEST_F(LinkTest, LeavesNothingBehindWhateverTheManagerDoes) {
