@@ -34,7 +34,8 @@ constexpr uint32_t kSenders = 4;
 constexpr Seconds kBetweenRestarts{3};
 constexpr Seconds kBetweenSamples{0.2};
 constexpr Seconds kPatience{10};
-constexpr double kLargestGrowth = 5;  // percent
+constexpr double kLargestGrowth = 5;      // percent
+constexpr Seconds kLongEnoughToGrow{60};  // before, all is warm-up
 constexpr int64_t kStartKey = INT64_C(1) << 40;
 constexpr int64_t kEndKey = INT64_C(2) << 40;
 
