@@ -1,6 +1,5 @@
 #include "link/receive_thread.h"
 
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "link/connection.h"
+#include "link/detached_thread.h"
 #include "link/dispatch.h"
 #include "link/log.h"
 #include "link/message_parser.h"
@@ -125,10 +125,5 @@ void* recv_msg_from_mgr(void* /*ignored*/) {
 }  // namespace
 
 bool StartReceiveThread() {
-  pthread_t thread{};
-  if (pthread_create(&thread, nullptr, recv_msg_from_mgr, nullptr) != 0) {
-    return false;
-  }
-  pthread_detach(thread);
-  return true;
+  return StartDetachedThread(recv_msg_from_mgr, nullptr) == 0;
 }

@@ -4,11 +4,13 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <new>
-#include <thread>
+#include <system_error>
 #include <utility>
 
 #include "IOrvdClient.h"
+#include "link/detached_thread.h"
 #include "link/json_members.h"
 #include "link/log.h"
 #include "sessions/session_table.h"
@@ -79,17 +81,32 @@ void FreeCallRecord(_orvex_call_info_t* call) {
   free(call);
 }
 
-// The queues, until a task thread has them.
-struct DecodedArguments {
-  DecodedArguments() = default;
-  ~DecodedArguments() { ClearParamsFromQueues(info); }
-  DecodedArguments(const DecodedArguments&) = delete;
-  DecodedArguments& operator=(const DecodedArguments&) = delete;
+// What a task thread takes over.
+struct Task {
+  Task(_orvex_call_info_t* its_call, orvd_task_function_t its_function)
+      : call(its_call), function(its_function) {}
+  ~Task() { ClearParamsFromQueues(args); }
+  Task(const Task&) = delete;
+  Task& operator=(const Task&) = delete;
 
-  orvex_func_call_info_t Release() { return std::exchange(info, {}); }
-
-  orvex_func_call_info_t info{};
+  _orvex_call_info_t* call;
+  orvd_task_function_t function;
+  orvex_func_call_info_t args{};
 };
+
+void* RunTask(void* argument) {
+  const std::unique_ptr<Task> task(static_cast<Task*>(argument));
+  calling_wrapper(task->call, task->function, std::exchange(task->args, {}));
+  return nullptr;
+}
+
+void StartTask(std::unique_ptr<Task> task) {
+  const int error = StartDetachedThread(RunTask, task.get());
+  if (error != 0) {
+    throw std::system_error(error, std::system_category(), "thread constructor failed");
+  }
+  static_cast<void>(task.release());
+}
 
 }  // namespace
 
@@ -105,12 +122,12 @@ int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
   if (call == nullptr) {
     return -1;
   }
-  DecodedArguments args;
-  if (AddParamsToQueues(msg, &args.info) != 0) {
+  auto started = std::make_unique<Task>(call, task);
+  if (AddParamsToQueues(msg, &started->args) != 0) {
     // Deliberate: the record of a refused call stays allocated, one for each refusal.
     return -1;  // NOLINT(clang-analyzer-unix.Malloc)
   }
-  std::thread(calling_wrapper, call, task, args.Release()).detach();
+  StartTask(std::move(started));
   return 0;
 }
 
