@@ -1,111 +1,125 @@
-// What decoding a long vector costs, relative to parsing its message, and how it grows.
+// Decoding against parsing, in one process: the arguments of a task by shape and size. The two are
+// timed in turn on the same messages, so that their ratio holds on a busy machine too.
 
+#include <benchmark/benchmark.h>
 #include <json/reader.h>
 #include <json/value.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "orvex_args.h"
+#include "task_messages.h"
 
 namespace {
 
-struct ElementType {
-  const char* name;
-  const char* element;
-};
-constexpr ElementType kElementTypes[] = {
-    {"uint8", "200"},         {"uint64", "18446744073709551615"},
-    {"int32", "-2147483648"}, {"double", "0.5"},
-    {"boolean", "true"},      {"string", "\"a text of some length\""}};
-constexpr int kSize = 50000;
-constexpr int kRepetitions = 9;
+using bench::Shape;
 
-// A message with one argument: the vector, or a struct whose one member it is.
-std::string Message(const ElementType& type, int size, bool in_struct) {
-  std::string list;
-  for (int i = 0; i < size; ++i) {
-    list += std::string(i == 0 ? "" : ",") + type.element;
-  }
-  const std::string vector = std::string(R"({"id":1,"type":"vector","vec_type":")") + type.name +
-                             R"(","value":[)" + list + "]}";
-  return R"({"req_type":"exec_task","func":{"name":"f","num_of_args":1,"args":[)" +
-         (in_struct ? R"({"type":"struct","members":[)" + vector + "]}" : vector) + "]}}";
-}
-
-void Require(bool condition, const char* what) {
-  if (!condition) {
-    static_cast<void>(fprintf(stderr, "decode_bench: %s\n", what));
-    exit(1);
-  }
-}
+constexpr std::size_t kBatchBytes = 16000;  // small messages are timed several at a time
 
 template <typename Work>
-double Milliseconds(Work work) {
+double Seconds(Work work) {
   const auto begin = std::chrono::steady_clock::now();
   work();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin)
-      .count();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-// Includes what the service does afterwards: releasing what was decoded.
-void DecodeAndRelease(Json::Value& request, bool in_struct) {
-  orvex_func_call_info_t info{};
-  Require(AddParamsToQueues(request, &info) == 0, "the message was refused");
-  const int key = in_struct ? 0 : 1;
-  std::shared_ptr<ValuesInterface> typed = info.typed_queue->at(key).second;
-  std::shared_ptr<ValuesInterface> values = info.value_queue->at(key);
-  ClearParamsFromQueues(info);
-  if (in_struct) {
-    delete static_cast<ParamValues<orvex_typed_map_t*>&>(*typed).value;
-    delete static_cast<ParamValues<orvex_value_map_t*>&>(*values).value;
+double Median(std::vector<double>& values) {
+  const auto middle = values.begin() + static_cast<long>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+void Parse(const std::string& message, Json::Value& request) {
+  if (!Json::Reader().parse(message.data(), message.data() + message.size(), request)) {
+    throw std::runtime_error("the message does not parse");
   }
 }
 
-struct Times {
-  double parse;
-  double decode;
-};
+void Decode(Json::Value& request, orvex_func_call_info_t& info) {
+  if (AddParamsToQueues(request, &info) != 0) {
+    throw std::runtime_error("the arguments are refused");
+  }
+}
 
-// Medians, in milliseconds; both are measured in turn, so that a busy machine burdens them alike.
-Times Measure(const ElementType& type, int size, bool in_struct) {
-  const std::string message = Message(type, size, in_struct);
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+template <typename Map>
+void DeleteMembers(const std::shared_ptr<ValuesInterface>& holder) {
+  delete static_cast<const ParamValues<Map*>&>(*holder).value;
+}
+
+// What the library and, for structs, the service do when the task has run.
+void Release(const orvex_func_call_info_t& info) {
+  const auto& [key, entry] = *info.typed_queue->begin();
+  if (entry.first == ORVEX_STRUCT) {
+    DeleteMembers<orvex_typed_map_t>(entry.second);
+    DeleteMembers<orvex_value_map_t>(info.value_queue->at(key));
+  }
+  ClearParamsFromQueues(info);
+}
+
+struct Samples {
   std::vector<double> parse;
   std::vector<double> decode;
-  for (int i = 0; i < kRepetitions; ++i) {
-    Json::Value request;
-    parse.push_back(Milliseconds([&] {
-      Require(reader->parse(message.data(), message.data() + message.size(), &request, nullptr),
-              "the message does not parse");
-    }));
-    decode.push_back(Milliseconds([&] { DecodeAndRelease(request, in_struct); }));
-  }
-  const auto median = [](std::vector<double>& times) {
-    std::nth_element(times.begin(), times.begin() + kRepetitions / 2, times.end());
-    return times[kRepetitions / 2];
-  };
-  return {median(parse), median(decode)};
+  std::vector<double> release;
+  std::vector<double> ratio;
+};
+
+void Sample(const std::string& message, std::size_t batch, Samples& samples) {
+  std::vector<Json::Value> requests(batch);
+  std::vector<orvex_func_call_info_t> infos(batch, orvex_func_call_info_t{});
+  const auto number = static_cast<double>(batch);
+  samples.parse.push_back(Seconds([&] {
+                            for (Json::Value& request : requests) {
+                              Parse(message, request);
+                            }
+                          }) /
+                          number);
+  samples.decode.push_back(Seconds([&] {
+                             for (std::size_t i = 0; i < batch; ++i) {
+                               Decode(requests[i], infos[i]);
+                             }
+                           }) /
+                           number);
+  samples.release.push_back(Seconds([&] {
+                              for (const auto& info : infos) {
+                                Release(info);
+                              }
+                            }) /
+                            number);
+  samples.ratio.push_back(samples.decode.back() / samples.parse.back());
 }
 
-}  // namespace
+void DecodeArguments(benchmark::State& state, Shape shape, std::size_t bytes) {
+  const std::string message =
+      bench::TaskMessage(bench::FunctionText(shape, bench::CountFor(shape, bytes)));
+  const std::size_t batch = std::max<std::size_t>(1, kBatchBytes / message.size());
+  Samples samples;
+  for ([[maybe_unused]] auto turn : state) {
+    Sample(message, batch, samples);
+  }
+  state.counters["bytes"] = static_cast<double>(message.size());
+  state.counters["parse_us"] = Median(samples.parse) * 1e6;
+  state.counters["decode_us"] = Median(samples.decode) * 1e6;
+  state.counters["release_us"] = Median(samples.release) * 1e6;
+  state.counters["decode_per_parse"] = Median(samples.ratio);
+}
 
-int main() {
-  for (const bool in_struct : {false, true}) {
-    printf("%s of %d elements\n", in_struct ? "Vector members" : "Vector arguments", kSize);
-    printf("  %-8s %10s %10s %14s   time per element, 10000 = 1:  50000  250000\n", "type",
-           "parse ms", "decode ms", "decode/parse");
-    for (const ElementType& type : kElementTypes) {
-      const double small = Measure(type, kSize / 5, in_struct).decode;
-      const Times times = Measure(type, kSize, in_struct);
-      const double large = Measure(type, kSize * 5, in_struct).decode;
-      printf("  %-8s %10.2f %10.2f %14.2f %37.2f %7.2f\n", type.name, times.parse, times.decode,
-             times.decode / times.parse, times.decode / small / 5, large / small / 25);
+// Registered before main.
+[[maybe_unused]] const bool registered = [] {
+  for (const Shape shape :
+       {Shape::kScalars, Shape::kStruct, Shape::kUint32s, Shape::kInt32s, Shape::kString}) {
+    for (const std::size_t bytes : {1000U, 5000U, 20000U, 100000U, 500000U}) {
+      const std::string name =
+          std::string("decode/") + bench::NameOf(shape) + "/" + std::to_string(bytes);
+      benchmark::RegisterBenchmark(name.c_str(), [shape, bytes](benchmark::State& state) {
+        DecodeArguments(state, shape, bytes);
+      })->UseRealTime();
     }
   }
-}
+  return true;
+}();
+
+}  // namespace

@@ -55,7 +55,7 @@ struct _orvex_call_info_t {
   int32_t ret;     // the service's: the answer's "return"
 };
 
-// Runs one task on a thread of its own, any number at once. `call` lives until the answer is sent.
+// Runs one task on a thread of its own with a stack of 1 MiB, any number at once. `call` lives until the answer is sent.
 // `args` is a copy that shares its two maps with the library, which deletes them after the function
 // returns; the member maps of struct arguments are the function's to delete (see orvex_args.h). The
 // result is not used. An exception that leaves the function ends the process.

@@ -1,5 +1,6 @@
 #include "manager_peer.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -125,6 +126,7 @@ class ManagerPeer::Impl {
   void ShutDownWriting();
   void SetReading(bool reading);
   void SetListening(bool listening);
+  int HandOver();
   SharedSocket client();
 
   // Guarded by mutex_.
@@ -426,6 +428,13 @@ void ManagerPeer::Impl::SetListening(bool listening) {
   }
 }
 
+int ManagerPeer::Impl::HandOver() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const int fd = client_ ? fcntl(client_->fd(), F_DUPFD_CLOEXEC, 0) : -1;
+  client_.reset();
+  return fd;
+}
+
 ManagerPeer::ManagerPeer(std::string path, bool listening)
     : impl_(std::make_unique<Impl>(std::move(path), listening)) {}
 ManagerPeer::~ManagerPeer() = default;
@@ -544,6 +553,12 @@ void ManagerPeer::StopListening() {
 
 void ManagerPeer::Listen() {
   impl_->OnPeerThread([this] { impl_->SetListening(true); });
+}
+
+int ManagerPeer::HandOver() {
+  int fd = -1;
+  impl_->OnPeerThread([this, &fd] { fd = impl_->HandOver(); });
+  return fd;
 }
 
 std::vector<TranscriptEntry> ManagerPeer::transcript() const {

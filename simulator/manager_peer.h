@@ -92,6 +92,10 @@ class ManagerPeer {
   void StopListening();  // the path disappears: new connections are refused
   void Listen();         // the path is back; throws as the constructor does
 
+  // Hands the present connection to the caller, who closes the descriptor: nothing on it is read,
+  // answered or recorded any more, and the peer takes the next client. -1 when nobody is connected.
+  int HandOver();
+
   // --- The record of everything, in order. ---
   std::vector<TranscriptEntry> transcript() const;
   // Called for each entry as it is recorded, one at a time, on whichever thread records it. Must

@@ -21,7 +21,8 @@ struct ArgType {
 
   static constexpr orvex_data_type_t kCode = Code;
   // The JSON library has no reads of 8 and 16 bits: the narrow types are read wide and bounded
-  // here.
+  // here. Unsigned ones are read signed, once they are known to fit: most values are held signed,
+  // and the library tests those again when they are read unsigned.
   static constexpr bool kBounded = std::is_integral_v<T> && sizeof(T) < sizeof(Wide);
 
   static bool Fits(const Json::Value& json) { return (json.*Test)(); }
@@ -43,11 +44,11 @@ Result VisitArgType(orvex_data_type_t type, Result otherwise, Visit visit) {
   using Json::Value;
   switch (type) {
     case ORVEX_UINT8:
-      return visit(ArgType<ORVEX_UINT8, uint8_t, &Value::isUInt, &Value::asUInt64>{});
+      return visit(ArgType<ORVEX_UINT8, uint8_t, &Value::isUInt, &Value::asInt64>{});
     case ORVEX_UINT16:
-      return visit(ArgType<ORVEX_UINT16, uint16_t, &Value::isUInt, &Value::asUInt64>{});
+      return visit(ArgType<ORVEX_UINT16, uint16_t, &Value::isUInt, &Value::asInt64>{});
     case ORVEX_UINT32:
-      return visit(ArgType<ORVEX_UINT32, uint32_t, &Value::isUInt, &Value::asUInt64>{});
+      return visit(ArgType<ORVEX_UINT32, uint32_t, &Value::isUInt, &Value::asInt64>{});
     case ORVEX_UINT64:
       return visit(ArgType<ORVEX_UINT64, uint64_t, &Value::isUInt64, &Value::asUInt64>{});
     case ORVEX_INT8:

@@ -1,5 +1,7 @@
 #include "orvex_args.h"
 
+// Keys mostly ascend, so the end of a queue is a good guess for the place of the next.
+
 void QueueInsertion(orvex_func_call_info_t* info, int key, std::shared_ptr<ValuesInterface> value,
                     orvex_data_type_t type) {
   if (info == nullptr) {
@@ -8,7 +10,7 @@ void QueueInsertion(orvex_func_call_info_t* info, int key, std::shared_ptr<Value
   if (info->typed_queue == nullptr) {
     info->typed_queue = new orvex_typed_map_t;
   }
-  info->typed_queue->try_emplace(key, type, std::move(value));
+  info->typed_queue->try_emplace(info->typed_queue->end(), key, type, std::move(value));
 }
 
 void value_QueueInsertion(orvex_func_call_info_t* info, int key,
@@ -19,7 +21,7 @@ void value_QueueInsertion(orvex_func_call_info_t* info, int key,
   if (info->value_queue == nullptr) {
     info->value_queue = new orvex_value_map_t;
   }
-  info->value_queue->try_emplace(key, std::move(value));
+  info->value_queue->try_emplace(info->value_queue->end(), key, std::move(value));
 }
 
 void ClearParamsFromQueues(orvex_func_call_info_t info) {

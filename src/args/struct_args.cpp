@@ -16,8 +16,8 @@ struct MemberMaps {
 
 void StoreMember(const MemberMaps& maps, int key, orvex_data_type_t type,
                  const std::shared_ptr<ValuesInterface>& holder) {
-  maps.typed->try_emplace(key, type, holder);
-  maps.values->try_emplace(key, holder);
+  maps.typed->try_emplace(maps.typed->end(), key, type, holder);
+  maps.values->try_emplace(maps.values->end(), key, holder);
 }
 
 int AddScalarMember(const Json::Value& value, orvex_data_type_t type, const std::string& type_name,

@@ -1,28 +1,27 @@
 #include "link/json_members.h"
 
 #include <cstdlib>
-#include <cstring>
 
-const Json::Value* FindMember(const Json::Value& object, const char* name) {
-  return object.find(name, name + strlen(name));
+const Json::Value* FindMember(const Json::Value& object, std::string_view name) {
+  return object.find(name.data(), name.data() + name.size());
 }
 
-std::string TextMember(const Json::Value& object, const char* name, const char* fallback) {
+std::string TextMember(const Json::Value& object, std::string_view name, const char* fallback) {
   const Json::Value* member = FindMember(object, name);
   return member != nullptr ? member->asString() : fallback;
 }
 
-int32_t IntMember(const Json::Value& object, const char* name, int32_t fallback) {
+int32_t IntMember(const Json::Value& object, std::string_view name, int32_t fallback) {
   const Json::Value* member = FindMember(object, name);
   return member != nullptr ? member->asInt() : fallback;
 }
 
-uint32_t UintMember(const Json::Value& object, const char* name) {
+uint32_t UintMember(const Json::Value& object, std::string_view name) {
   const Json::Value* member = FindMember(object, name);
   return member != nullptr ? member->asUInt() : 0;
 }
 
-bool ReadUintMember(const Json::Value& object, const char* name, uint32_t& value) {
+bool ReadUintMember(const Json::Value& object, std::string_view name, uint32_t& value) {
   const Json::Value* member = FindMember(object, name);
   if (member != nullptr && !member->isUInt()) {
     return false;

@@ -6,19 +6,20 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 // The member, or null when the object has none. As with jsoncpp's own access, anything but an
 // object or null has no members to ask for and throws Json::LogicError.
-const Json::Value* FindMember(const Json::Value& object, const char* name);
+const Json::Value* FindMember(const Json::Value& object, std::string_view name);
 
 // The member converted as jsoncpp converts, or `fallback` when there is no such member.
-std::string TextMember(const Json::Value& object, const char* name, const char* fallback);
-int32_t IntMember(const Json::Value& object, const char* name, int32_t fallback);
-uint32_t UintMember(const Json::Value& object, const char* name);
+std::string TextMember(const Json::Value& object, std::string_view name, const char* fallback);
+int32_t IntMember(const Json::Value& object, std::string_view name, int32_t fallback);
+uint32_t UintMember(const Json::Value& object, std::string_view name);
 
 // Whether the member is an unsigned integer or missing, which counts as 0; `value` is set when it
 // is.
-bool ReadUintMember(const Json::Value& object, const char* name, uint32_t& value);
+bool ReadUintMember(const Json::Value& object, std::string_view name, uint32_t& value);
 
 // `value` as a list to walk: a scalar is an empty one, an object throws Json::LogicError unless it
 // is empty.

@@ -9,7 +9,7 @@ bool ParseMessage(const char* packet, size_t size, Json::Value& message) {
 // read with it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-  Json::Reader reader;
+  thread_local Json::Reader reader;  // which makes its working memory once
 #pragma GCC diagnostic pop
   return reader.parse(packet, packet + strnlen(packet, size), message, true) && message.isObject();
 }

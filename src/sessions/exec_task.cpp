@@ -101,7 +101,7 @@ void* RunTask(void* argument) {
 }
 
 void StartTask(std::unique_ptr<Task> task) {
-  const int error = StartDetachedThread(RunTask, task.get());
+  const int error = StartDetachedTaskThread(RunTask, task.get());
   if (error != 0) {
     throw std::system_error(error, std::system_category(), "thread constructor failed");
   }

@@ -6,6 +6,7 @@
 namespace {
 
 constexpr int32_t kShortForm = -1;
+constexpr size_t kFixedText = 200;  // about what an answer has besides the service's texts
 constexpr const char* kFailedResult = "-1";
 
 std::string ShortAnswer(const _orvex_call_info_t& call, const std::string& req_type) {
@@ -19,7 +20,9 @@ std::string ShortAnswer(const _orvex_call_info_t& call, const std::string& req_t
 
 std::string FullAnswer(const _orvex_call_info_t& call) {
   const bool failed = call.result == kFailedResult;
-  std::string answer = R"({"opcode":")";
+  std::string answer;
+  answer.reserve(kFixedText + call.opcode.size() + call.name.size() + call.result.size());
+  answer += R"({"opcode":")";
   answer += call.opcode;
   answer += R"(","name":")";
   answer += call.name;

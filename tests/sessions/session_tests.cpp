@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 #include <json/json.h>
+#include <pthread.h>
 
 #include <future>
 #include <regex>
@@ -243,6 +244,23 @@ TEST_F(TaskTest, AnswersShowTheCallRecordAndTheLogTheLatency) {
   _orvex_call_info_t call{5, -1, 0, 1, "o", "f", "-1", 3, -2};
   orvd_send_response(&call, "mine");
   EXPECT_EQ(Next(), R"({"req_type":"mine", "Result":"-1"})");
+}
+
+int TellStackSize(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
+  pthread_attr_t attributes{};
+  pthread_getattr_np(pthread_self(), &attributes);
+  size_t bytes = 0;
+  pthread_attr_getstacksize(&attributes, &bytes);
+  pthread_attr_destroy(&attributes);
+  call->ret = static_cast<int32_t>(bytes >> 20);
+  return 0;
+}
+
+TEST_F(TaskTest, HaveTheStackOfTheDevice) {
+  Begin(1, TellStackSize);
+  OpenSession(5, 0xa001, 1);
+  Run(7);
+  EXPECT_THAT(Next(), testing::HasSubstr(R"("return":1,)"));
 }
 
 TEST_F(TaskTest, HundredsAtOnceOutliveTheirSessionAndAreAnsweredOnce) {

@@ -1,0 +1,39 @@
+// The arguments of the benchmark's tasks, decoded by code that knows each shape: what a service
+// would write that has nothing else to expect. It still tests what it reads.
+
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct Scalars {
+  uint8_t u8;
+  uint16_t u16;
+  uint32_t u32;
+  uint64_t u64;
+  int8_t i8;
+  int16_t i16;
+  int32_t i32;
+  double real;
+  std::string text;
+  bool flag;
+};
+
+struct HandArguments {
+  std::vector<Scalars> scalars;  // one element, or none
+  std::vector<int32_t> members;
+  std::vector<uint32_t> unsigneds;
+  std::vector<int32_t> integers;
+  std::string text;
+};
+
+// Throws std::runtime_error for anything but the benchmark's shapes.
+HandArguments DecodeByHand(const Json::Value& func);
+int CountDecoded(const HandArguments& args);
+
+}  // namespace bench

@@ -1,0 +1,213 @@
+// Measures services over the real socket: the library's, and two written by hand as floors. All
+// three are connected at once and take turns, on one processor with this driver, so that whatever
+// else the machine does burdens them alike. Writes the times as JSON; report.py makes the table.
+//
+//   orvd_bench ROUNDS PERCENT [MODES]
+//
+// Each round has fresh processes; PERCENT scales the operations of a mode; MODES is the
+// beginning of the names of those to run.
+
+#include <json/value.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <map>
+
+#include "json_text.h"
+#include "turns.h"
+
+namespace {
+
+using bench::Shape;
+using bench::Tasks;
+using bench::Turn;
+
+constexpr int kTurns = 5;  // of each service, in each round
+
+struct Mode {
+  const char* name;
+  int operations;  // of each service, in each round
+  std::function<bench::Seconds(const Turn&)> run;
+  bool has_arguments = false;  // which a decoding floor has to decode
+  bool ping_pong = false;
+};
+
+std::vector<Mode> ModesThatBeginWith(const std::string& beginning) {
+  std::vector<Mode> modes = {
+      {"no arguments", 20000, Tasks(Shape::kNone, 0, 1), false, true},
+      {"no arguments, 8 outstanding", 20000, Tasks(Shape::kNone, 0, 8)},
+      {"no arguments, 64 outstanding", 20000, Tasks(Shape::kNone, 0, 64)},
+      {"10 scalars", 20000, Tasks(Shape::kScalars, 10, 1), true, true},
+      {"10 scalars, 8 outstanding", 10000, Tasks(Shape::kScalars, 10, 8), true},
+      {"10 scalars, 64 outstanding", 10000, Tasks(Shape::kScalars, 10, 64), true},
+      {"struct of 50", 5000, Tasks(Shape::kStruct, 50, 1), true, true},
+      {"struct of 50, 8 outstanding", 5000, Tasks(Shape::kStruct, 50, 8), true},
+      {"struct of 50, 64 outstanding", 5000, Tasks(Shape::kStruct, 50, 64), true},
+      {"vector of 10,000 uint32", 200, Tasks(Shape::kUint32s, 10000, 1), true, true},
+      {"vector of 50,000 int32", 50, Tasks(Shape::kInt32s, 50000, 1), true, true},
+      {"string of 200 kB", 1000, Tasks(Shape::kString, 200000, 1), true, true},
+      {"session of 1 pair", 5000, [](const Turn& turn) { return CycleSessions(turn, 1); }},
+      {"session of 64 pairs", 1000, [](const Turn& turn) { return CycleSessions(turn, 64); }},
+      {"notification", 20000, bench::Notify},
+      {"permission query", 10000, [](const Turn& turn) { return AnswerQueries(turn, 1); }},
+      {"permission query, 16 items", 5000,
+       [](const Turn& turn) { return AnswerQueries(turn, 16); }},
+      {"register and ready", 1000, bench::AnswerOffers},
+  };
+  modes.erase(std::remove_if(modes.begin(), modes.end(),
+                             [&beginning](const Mode& mode) {
+                               return std::string(mode.name).rfind(beginning, 0) != 0;
+                             }),
+              modes.end());
+  return modes;
+}
+
+struct Service {
+  const char* name;
+  const char* program;
+  const char* option;
+  bool decodes;
+};
+
+constexpr std::array<Service, 3> kServices{{
+    {"floor", "bench_floor", "", false},
+    {"library", "bench_library_service", "", true},
+    {"decoding_floor", "bench_floor", "decode", true},
+}};
+
+struct Times {
+  std::vector<double> microseconds;  // for one operation, in each round
+  std::vector<float> latencies;
+};
+
+// By mode and service.
+using Results = std::map<std::pair<std::string, std::string>, Times>;
+
+// Whichever processor is allowed last: the first has the machine's interrupts more often.
+int PinToOneProcessor() {
+  cpu_set_t allowed;
+  CPU_ZERO(&allowed);
+  sched_getaffinity(0, sizeof(allowed), &allowed);
+  int last = 0;
+  for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+    last = CPU_ISSET(cpu, &allowed) ? cpu : last;
+  }
+  CPU_ZERO(&allowed);
+  CPU_SET(last, &allowed);
+  if (sched_setaffinity(0, sizeof(allowed), &allowed) != 0) {
+    perror("orvd_bench: sched_setaffinity");
+    exit(1);
+  }
+  return last;
+}
+
+bool TakesPart(const Service& service, const Mode& mode) {
+  return mode.has_arguments || std::string(service.name) != "decoding_floor";
+}
+
+using Processes = std::array<std::unique_ptr<bench::ServiceProcess>, kServices.size()>;
+
+void RunMode(const Mode& mode, int percent, const Processes& processes, Results& results) {
+  const int operations = std::max(1, mode.operations * percent / 100 / kTurns);
+  std::array<double, kServices.size()> seconds{};
+  for (std::size_t turn = 0; turn < kServices.size() * kTurns; ++turn) {
+    // Everyone follows everyone: a backward lap after a forward one.
+    const std::size_t lap = turn / kServices.size();
+    const std::size_t place = turn % kServices.size();
+    const std::size_t i = lap % 2 == 0 ? place : kServices.size() - 1 - place;
+    if (TakesPart(kServices[i], mode)) {
+      Times& times = results[{mode.name, kServices[i].name}];
+      seconds[i] += mode.run({processes[i]->link(), kServices[i].decodes, operations,
+                              mode.ping_pong ? &times.latencies : nullptr})
+                        .count();
+    }
+  }
+  for (std::size_t i = 0; i < kServices.size(); ++i) {
+    if (TakesPart(kServices[i], mode)) {
+      results[{mode.name, kServices[i].name}].microseconds.push_back(seconds[i] * 1e6 /
+                                                                     (operations * kTurns));
+    }
+  }
+}
+
+void RunRound(const std::filesystem::path& programs, const std::vector<Mode>& modes,
+              orvd::ManagerPeer& manager, int percent, Results& results) {
+  Processes processes;
+  for (std::size_t i = 0; i < kServices.size(); ++i) {
+    processes[i] = std::make_unique<bench::ServiceProcess>(
+        manager, std::vector<std::string>{programs / kServices[i].program, kServices[i].option});
+  }
+  for (const Mode& mode : modes) {
+    RunMode(mode, percent, processes, results);
+  }
+}
+
+Json::Value Percentiles(std::vector<float>& latencies) {
+  Json::Value list(Json::arrayValue);
+  for (const std::size_t percent : {50U, 90U, 99U}) {
+    const auto nth = latencies.begin() + static_cast<long>(latencies.size() * percent / 100);
+    std::nth_element(latencies.begin(), nth, latencies.end());
+    list.append(*nth);
+  }
+  return list;
+}
+
+Json::Value ToJson(const std::vector<Mode>& modes, Results& results) {
+  Json::Value rows(Json::arrayValue);
+  for (const Mode& mode : modes) {
+    Json::Value row;
+    row["name"] = mode.name;
+    for (const Service& service : kServices) {
+      const auto found = results.find({mode.name, service.name});
+      if (found == results.end()) {
+        continue;
+      }
+      for (const double time : found->second.microseconds) {
+        row["microseconds"][service.name].append(time);
+      }
+      if (mode.ping_pong) {
+        row["latencies"][service.name] = Percentiles(found->second.latencies);
+      }
+    }
+    rows.append(row);
+  }
+  return rows;
+}
+
+int Run(const std::filesystem::path& programs, int rounds, int percent,
+        const std::vector<Mode>& modes) {
+  Json::Value report;
+  report["processor"] = PinToOneProcessor();
+  report["rounds"] = rounds;
+  orvd::ManagerPeer manager("/dev/socket/orvd");
+  Results results;
+  for (int round = 1; round <= rounds; ++round) {
+    std::cerr << "round " << round << " of " << rounds << '\n';
+    RunRound(programs, modes, manager, percent, results);
+  }
+  report["modes"] = ToJson(modes, results);
+  std::cout << orvd::WriteCompact(report) << '\n';
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3 && argc != 4) {
+    std::cerr << "usage: orvd_bench ROUNDS PERCENT [MODES]\n";
+    return 2;
+  }
+  try {
+    return Run(std::filesystem::path(argv[0]).parent_path(), std::stoi(argv[1]), std::stoi(argv[2]),
+               ModesThatBeginWith(argc == 4 ? argv[3] : ""));
+  } catch (const std::exception& error) {
+    std::cerr << "orvd_bench: " << error.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,163 @@
+"""Makes the table, the JSON and the charts of one run of the benchmark.
+
+report.py SOCKET_JSON IN_PROCESS_JSON [--json FILE] [--plot FILE]
+"""
+
+import argparse
+import json
+import statistics
+
+# Ratio to the plain floor that a mode is meant to stay under.
+TARGETS = {
+    "no arguments": 1.03,
+    "no arguments, 8 outstanding": 0.80,
+    "no arguments, 64 outstanding": 0.85,
+    "10 scalars": 1.17,
+    "10 scalars, 8 outstanding": 0.95,
+    "struct of 50": 1.20,
+    "struct of 50, 8 outstanding": 1.13,
+    "vector of 10,000 uint32": 1.08,
+    "vector of 50,000 int32": 1.10,
+    "string of 200 kB": 1.03,
+    "session of 64 pairs": 1.12,
+    "notification": 1.13,
+    "permission query": 1.13,
+}
+# Decoding as a part of parsing.
+DECODE_TARGETS = {"scalars": 0.30, "struct": 0.30, "uint32s": 0.10, "int32s": 0.10, "string": 0.02}
+
+
+def ratios(times, floor):
+    """Median, lowest and highest over the rounds, each against the floor of its own round."""
+    values = [a / b for a, b in zip(times["library"], times[floor])]
+    return {"median": statistics.median(values), "min": min(values), "max": max(values)}
+
+
+def socket_rows(report):
+    rows = []
+    for mode in report["modes"]:
+        times = mode["microseconds"]
+        row = {
+            "mode": mode["name"],
+            "library_us": statistics.median(times["library"]),
+            "floor_us": statistics.median(times["floor"]),
+            "ratio": ratios(times, "floor"),
+            "target": TARGETS.get(mode["name"]),
+            "latencies_us": mode.get("latencies"),
+        }
+        if "decoding_floor" in times:
+            row["ratio_to_decoding_floor"] = ratios(times, "decoding_floor")
+        rows.append(row)
+    return rows
+
+
+def decode_rows(report):
+    rows = []
+    for run in report["benchmarks"]:
+        if run["name"].startswith("decode/"):
+            row = {"shape": run["name"].split("/")[1]}
+            row |= {key: run[key] for key in ("bytes", "parse_us", "decode_us", "release_us", "decode_per_parse")}
+            row["target"] = DECODE_TARGETS[row["shape"]]
+            rows.append(row)
+    return rows
+
+
+def part_rows(report):
+    """Time of one thing, of however many at a time."""
+    rows = []
+    for run in report["benchmarks"]:
+        if run["name"].startswith("part/"):
+            _, part, *rest = run["name"].split("/")
+            at_a_time = int(rest[0]) if rest and rest[0].isdigit() else 1
+            rows.append({"part": part, "at_a_time": at_a_time, "us": run["real_time"] / at_a_time / 1000})
+    return rows
+
+
+def shown(ratio):
+    return f"{ratio['median']:.2f} ({ratio['min']:.2f}..{ratio['max']:.2f})" if ratio else ""
+
+
+def verdict(value, target):
+    return "" if target is None else f"{target:.2f}{'' if value <= target else ' over'}"
+
+
+def print_socket(rows):
+    print(f"{'mode':30} {'library us':>11} {'floor us':>11}  {'ratio (min..max)':18} {'target':10} {'to decoding floor'}")
+    for row in rows:
+        print(
+            f"{row['mode']:30} {row['library_us']:11.1f} {row['floor_us']:11.1f}  {shown(row['ratio']):18} "
+            f"{verdict(row['ratio']['median'], row['target']):10} {shown(row.get('ratio_to_decoding_floor'))}"
+        )
+    print("\nlatency, one task at a time, us   median      90 %      99 %   floor: median      90 %      99 %")
+    for row in rows:
+        if row["latencies_us"]:
+            library, floor = (row["latencies_us"][name] for name in ("library", "floor"))
+            print(f"{row['mode']:30}" + "".join(f"{us:10.1f}" for us in library) + " " * 8
+                  + "".join(f"{us:10.1f}" for us in floor))
+
+
+def print_in_process(decode, parts):
+    print(f"\n{'arguments':10} {'bytes':>8} {'parse us':>10} {'decode us':>10} {'release us':>10} {'decode/parse':>13} target")
+    for row in decode:
+        print(
+            f"{row['shape']:10} {row['bytes']:8.0f} {row['parse_us']:10.1f} {row['decode_us']:10.2f} "
+            f"{row['release_us']:10.2f} {row['decode_per_parse']:13.3f} {verdict(row['decode_per_parse'], row['target'])}"
+        )
+    print(f"\n{'part of a small task':40} {'at a time':>9} {'us each':>9}")
+    for row in parts:
+        print(f"{row['part']:40} {row['at_a_time']:9} {row['us']:9.2f}")
+
+
+def plot(file, rows, decode):
+    import matplotlib
+
+    matplotlib.use("Agg")
+    from matplotlib import pyplot
+
+    figure, (bars, lines) = pyplot.subplots(1, 2, figsize=(15, 7))
+    names = [row["mode"] for row in rows]
+    medians = [row["ratio"]["median"] for row in rows]
+    spread = [
+        [median - row["ratio"]["min"] for median, row in zip(medians, rows)],
+        [row["ratio"]["max"] - median for median, row in zip(medians, rows)],
+    ]
+    bars.barh(names, medians, xerr=spread, color="tab:blue", ecolor="gray")
+    bars.scatter([row["target"] for row in rows], names, marker="|", s=200, color="tab:red", zorder=3, label="target")
+    bars.axvline(1, color="black", linewidth=0.8)
+    bars.invert_yaxis()
+    bars.set_title("library / floor: median and range of the rounds")
+    bars.legend()
+    for shape in dict.fromkeys(row["shape"] for row in decode):
+        of_shape = [row for row in decode if row["shape"] == shape]
+        sizes = [row["bytes"] for row in of_shape]
+        color = lines.plot(sizes, [row["parse_us"] for row in of_shape], "o--", linewidth=1)[0].get_color()
+        lines.plot(sizes, [row["decode_us"] for row in of_shape], "o-", color=color, label=shape)
+    lines.set(xscale="log", yscale="log", xlabel="message, bytes", ylabel="us")
+    lines.set_title("cost against payload: parse (dashed), decode")
+    lines.legend()
+    figure.tight_layout()
+    figure.savefig(file)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("socket_json")
+    parser.add_argument("in_process_json")
+    parser.add_argument("--json", metavar="FILE")
+    parser.add_argument("--plot", metavar="FILE", help="SVG or PNG, by its ending")
+    options = parser.parse_args()
+    with open(options.socket_json) as socket, open(options.in_process_json) as in_process:
+        socket_report, in_process_report = json.load(socket), json.load(in_process)
+    rows, decode = socket_rows(socket_report), decode_rows(in_process_report)
+    parts = part_rows(in_process_report)
+    print_socket(rows)
+    print_in_process(decode, parts)
+    if options.json:
+        with open(options.json, "w") as out:
+            json.dump({"socket": rows, "decode": decode, "parts": parts, "rounds": socket_report["rounds"]}, out, indent=1)
+    if options.plot:
+        plot(options.plot, rows, decode)
+
+
+if __name__ == "__main__":
+    main()
