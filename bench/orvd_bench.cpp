@@ -83,7 +83,7 @@ constexpr std::array<Service, 3> kServices{{
 
 struct Times {
   std::vector<double> microseconds;  // for one operation, in each round
-  std::vector<float> latencies;
+  std::vector<float> latencies;      // of all rounds
 };
 
 // By mode and service.
@@ -113,25 +113,42 @@ bool TakesPart(const Service& service, const Mode& mode) {
 
 using Processes = std::array<std::unique_ptr<bench::ServiceProcess>, kServices.size()>;
 
+float Percentile(std::vector<float>& values, std::size_t percent) {
+  const auto nth = values.begin() + static_cast<long>(values.size() * percent / 100);
+  std::nth_element(values.begin(), nth, values.end());
+  return *nth;
+}
+
+// What one service took in one round.
+struct Taken {
+  double seconds = 0;
+  std::vector<float> latencies;
+};
+
+// Of tasks one at a time, the median: what interrupts a task now and then says nothing about it.
+void Conclude(Taken& taken, int operations, Times& times) {
+  times.microseconds.push_back(taken.latencies.empty() ? taken.seconds * 1e6 / operations
+                                                       : Percentile(taken.latencies, 50));
+  times.latencies.insert(times.latencies.end(), taken.latencies.begin(), taken.latencies.end());
+}
+
 void RunMode(const Mode& mode, int percent, const Processes& processes, Results& results) {
   const int operations = std::max(1, mode.operations * percent / 100 / kTurns);
-  std::array<double, kServices.size()> seconds{};
+  std::array<Taken, kServices.size()> taken;
   for (std::size_t turn = 0; turn < kServices.size() * kTurns; ++turn) {
     // Everyone follows everyone: a backward lap after a forward one.
     const std::size_t lap = turn / kServices.size();
     const std::size_t place = turn % kServices.size();
     const std::size_t i = lap % 2 == 0 ? place : kServices.size() - 1 - place;
     if (TakesPart(kServices[i], mode)) {
-      Times& times = results[{mode.name, kServices[i].name}];
-      seconds[i] += mode.run({processes[i]->link(), kServices[i].decodes, operations,
-                              mode.ping_pong ? &times.latencies : nullptr})
-                        .count();
+      taken[i].seconds += mode.run({processes[i]->link(), kServices[i].decodes, operations,
+                                    mode.ping_pong ? &taken[i].latencies : nullptr})
+                              .count();
     }
   }
   for (std::size_t i = 0; i < kServices.size(); ++i) {
     if (TakesPart(kServices[i], mode)) {
-      results[{mode.name, kServices[i].name}].microseconds.push_back(seconds[i] * 1e6 /
-                                                                     (operations * kTurns));
+      Conclude(taken[i], operations * kTurns, results[{mode.name, kServices[i].name}]);
     }
   }
 }
@@ -151,9 +168,7 @@ void RunRound(const std::filesystem::path& programs, const std::vector<Mode>& mo
 Json::Value Percentiles(std::vector<float>& latencies) {
   Json::Value list(Json::arrayValue);
   for (const std::size_t percent : {50U, 90U, 99U}) {
-    const auto nth = latencies.begin() + static_cast<long>(latencies.size() * percent / 100);
-    std::nth_element(latencies.begin(), nth, latencies.end());
-    list.append(*nth);
+    list.append(Percentile(latencies, percent));
   }
   return list;
 }

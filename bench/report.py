@@ -88,6 +88,7 @@ def print_socket(rows):
             f"{row['mode']:30} {row['library_us']:11.1f} {row['floor_us']:11.1f}  {shown(row['ratio']):18} "
             f"{verdict(row['ratio']['median'], row['target']):10} {shown(row.get('ratio_to_decoding_floor'))}"
         )
+    print("one task at a time: medians of the latency; the others: means")
     print("\nlatency, one task at a time, us   median      90 %      99 %   floor: median      90 %      99 %")
     for row in rows:
         if row["latencies_us"]:
