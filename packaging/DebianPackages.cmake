@@ -1,0 +1,67 @@
+# liborvex2-0-2, liborvex2-0-dev and orvd-sim, made by cpack. Debian's names have no underscores, and end in what
+# programs record of a library.
+set(DOC_DIR share/doc)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME orvex2-0)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each description below is its own
+set(CPACK_PACKAGE_VENDOR "the liborvex2_0 developers")
+set(CPACK_PACKAGE_CONTACT "the liborvex2_0 developers <orvex2-0@orvex.example>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime dev simulator)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME liborvex2-0-${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/triggers")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+    "${PROJECT_DESCRIPTION}
+A service process links it to offer its functions through the ORVEX Manager: it
+registers opcodes, serves sessions, decodes and runs tasks, and answers.")
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME liborvex2-0-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
+    "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), libjsoncpp-dev")
+set(CPACK_COMPONENT_DEV_DESCRIPTION
+    "${PROJECT_DESCRIPTION} (development files)
+Headers, CMake package and pkg-config file for building services.")
+
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME orvd-sim)
+set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION devel)
+set(CPACK_COMPONENT_SIMULATOR_DESCRIPTION
+    "ORVEX Manager for the desk
+Plays the Manager's part of a conversation from a scenario, to try services
+without a device.")
+
+# Each package has its own changelog and copyright.
+find_program(GZIP gzip)
+if(GZIP)
+  set(CHANGELOG "${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz")
+  configure_file(changelog.in changelog @ONLY)
+  execute_process(COMMAND "${GZIP}" -9nc "${CMAKE_CURRENT_BINARY_DIR}/changelog" OUTPUT_FILE "${CHANGELOG}"
+                          COMMAND_ERROR_IS_FATAL ANY)
+endif()
+# As Debian's own users of the Android libraries do.
+install(
+  FILES lintian-overrides
+  DESTINATION share/lintian/overrides
+  RENAME ${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME}
+  COMPONENT runtime)
+foreach(component IN ITEMS runtime dev simulator)
+  string(TOUPPER ${component} upper)
+  install(
+    FILES copyright "${CHANGELOG}"
+    DESTINATION "${DOC_DIR}/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}"
+    COMPONENT ${component})
+endforeach()
+
+include(CPack)
