@@ -134,7 +134,9 @@ ORVD_EXPORT int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode,
 
 // Adds the pair; a pair that is there already stays. Always returns 1.
 ORVD_EXPORT int supported_services_add(uint32_t opcode, uint32_t ssid);
+// Whether the pair is there: sessions start only such pairs.
 ORVD_EXPORT bool is_service_supported(uint32_t opcode, uint32_t ssid);
+// Removes all pairs. orvd_svc_deinit does so too; pairs of open sessions stay open.
 ORVD_EXPORT void supported_services_clear();
 
 // --- Answers

@@ -22,7 +22,7 @@ enum orvd_status_t : int32_t {
 
 // One event. The library owns the record and every text in it; they end with the call.
 struct orvd_req_t {
-  orvd_status_t type;
+  orvd_status_t type;  // which event; says which of the other fields count
   uint32_t opcode;  // sessions: the opcode of the pair; events 0 and 1: the opcode called; else 0
   uint32_t ssid;    // sessions: the subsystem id of the pair; else 0
   uint32_t session_id;     // 0 for events 0 and 1
@@ -43,20 +43,21 @@ using orvd_state_callback_t = int (*)(int service_id, orvd_req_t* req, void* use
 // One call of a task function, from request to answer. The library allocates it zero-filled, sets
 // the first fields, sends the answer from the others when the task function returns, and frees it.
 struct _orvex_call_info_t {
-  uint32_t session_id;
-  int32_t transac_id;  // -1 asks for the short answer: request type and `result`
-  uint32_t reserved;   // 0
-  uint32_t subsys_id;
-  std::string opcode;  // the service's: the opcode as the answer shows it
-  std::string name;    // the service's: the function's name
+  uint32_t session_id;  // the task's session; it may have ended meanwhile
+  int32_t transac_id;   // -1 asks for the short answer: request type and `result`
+  uint32_t reserved;    // 0
+  uint32_t subsys_id;   // the subsystem of the pair that the task is for
+  std::string opcode;   // the service's: the opcode as the answer shows it
+  std::string name;     // the service's: the function's name
   std::string
       result;  // the service's: members of the answer's "func", without braces; "-1" marks failure
   int32_t status;  // the service's: the answer's "status"
   int32_t ret;     // the service's: the answer's "return"
 };
 
-// Runs one task on a thread of its own with a stack of 1 MiB, any number at once. `call` lives until the answer is sent.
-// `args` is a copy that shares its two maps with the library, which deletes them after the function
-// returns; the member maps of struct arguments are the function's to delete (see orvex_args.h). The
-// result is not used. An exception that leaves the function ends the process.
+// Runs one task on a thread of its own with a stack of 1 MiB, any number at once. `call` lives
+// until the answer is sent. `args` is a copy that shares its two maps with the library, which
+// deletes them after the function returns; the member maps of struct arguments are the function's
+// to delete (see orvex_args.h). The result is not used. An exception that leaves the function ends
+// the process.
 using orvd_task_function_t = int (*)(_orvex_call_info_t* call, orvex_func_call_info_t args);

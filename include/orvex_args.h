@@ -38,6 +38,7 @@ enum orvex_data_type_t : int32_t {
   ORVEX_STRUCT = 16,    // "struct"
 };
 
+// The type under which a vector of `element` is queued.
 constexpr orvex_data_type_t ORVEX_VECTOR_OF(orvex_data_type_t element) {
   return static_cast<orvex_data_type_t>(ORVEX_STRUCT + element);
 }
@@ -45,16 +46,20 @@ constexpr orvex_data_type_t ORVEX_VECTOR_OF(orvex_data_type_t element) {
 // Holds one value. Made only by std::make_shared<ParamValues<T>>, so that the last reference
 // destroys the whole object although there is no virtual destructor.
 struct ValuesInterface {
-  uint32_t reserved;
+  uint32_t reserved;  // 0
 };
 
+// The holder of a value of type T. Which T it is, only the type beside it in the typed queue says.
 template <typename T>
 struct ParamValues : ValuesInterface {
+  // Holds `initial`.
   explicit ParamValues(T initial) : ValuesInterface{}, value(std::move(initial)) {}
-  T value;
+  T value;  // the argument
 };
 
+// Holders by key.
 using orvex_value_map_t = std::map<int, std::shared_ptr<ValuesInterface>>;
+// Types and holders by key.
 using orvex_typed_map_t =
     std::map<int, std::pair<orvex_data_type_t, std::shared_ptr<ValuesInterface>>>;
 
@@ -74,13 +79,14 @@ using orvex_typed_map_t =
 // deletes them, so whoever gets a struct deletes both. When a later argument of the list is
 // refused, or the key is taken, the maps of a struct decoded before are lost.
 struct orvex_func_call_info_t {
-  std::string func_name;
-  int32_t num_of_args;
-  orvex_value_map_t* value_queue;
-  orvex_typed_map_t* typed_queue;
+  std::string func_name;           // the function's name; empty when the message has none
+  int32_t num_of_args;             // as many as the list has, skipped ones too
+  orvex_value_map_t* value_queue;  // holders
+  orvex_typed_map_t* typed_queue;  // types and holders
 };
 
-// Queue functions. Not synchronised: a record belongs to one thread at a time.
+// --- Queue functions
+// Not synchronised: a record belongs to one thread at a time.
 
 // Adds (type, value) under `key` to the typed queue, making the queue if there is none. Keeps what
 // is already under `key`. Does nothing when `info` is null.
@@ -95,12 +101,13 @@ ORVD_EXPORT void value_QueueInsertion(orvex_func_call_info_t* info, int key,
 // dangle.
 ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 
-// Decoders. The library calls them on the receive thread; they may be called from any thread, each
-// with its own record. They return 0, or -1 after one log line that says why, always written. A
-// scalar in the place of a list is an empty list. They throw the JSON library's exceptions for any
-// other value of the wrong kind outside of "value" (a list or an object for a text or a number, a
-// text for a number, a scalar for an object, an object for a list) and for an "id" or "num_of_args"
-// beyond 32 bits; on the receive thread such an exception ends the process.
+// --- Decoders
+// The library calls them on the receive thread; they may be called from any thread, each with
+// its own record. They return 0, or -1 after one log line that says why, always written. A
+// scalar in the place of a list is an empty list. They throw the JSON library's exceptions for
+// any other value of the wrong kind outside of "value" (a list or an object for a text or a
+// number, a text for a number, a scalar for an object, an object for a list) and for an "id" or
+// "num_of_args" beyond 32 bits; on the receive thread such an exception ends the process.
 
 // Decodes "func" of a whole "exec_task" message into `info`, which it resets first (old queues are
 // not deleted). After -1 the arguments before the refused one are still queued; the caller clears
