@@ -1,16 +1,20 @@
 #!/usr/bin/env bash
-# Serves the sensor hub with a Manager peer: two processes on the real socket path, in a /dev of their own.
-# usage: demo.sh BUILD_FOLDER
+# Serves a service, the sensor hub unless said otherwise, with a Manager peer: two processes on the real socket path, in a
+# /dev of their own. The Manager dies at the end of the first scenario, and is back for the second.
+# usage: demo.sh BUILD_FOLDER [SERVICE SCENARIO SCENARIO_OF_THE_RETURN]
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+program=${2:-$build/examples/sensor_hub_service}
+scenario=${3:-$here/demo.scenario}
+scenario_of_the_return=${4:-$here/demo_return.scenario}
 limit=50 # seconds, for a demonstration that takes a few
 pace=80  # milliseconds before each step, so that log and conversation stand side by side
 
 if [ -z "${ORVEX_PRIVATE_DEV:-}" ]; then
   exec bwrap --die-with-parent --bind / / --dev /dev --dir /dev/socket --setenv ORVEX_PRIVATE_DEV 1 \
-    -- bash "${BASH_SOURCE[0]}" "$build"
+    -- bash "${BASH_SOURCE[0]}" "$@"
 fi
 
 color=never
@@ -30,13 +34,13 @@ limited() {
 }
 
 play() {
-  limited "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" "$here/$1" &
+  limited "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" "$1" &
   manager=$!
 }
 
 summary=/dev/socket/summary # goes with the private /dev
 : >"$summary"
-play demo.scenario
+play "$scenario"
 for _ in $(seq 100); do
   [ ! -S /dev/socket/orvd ] || break
   sleep 0.02
@@ -44,7 +48,7 @@ done
 
 exec {log}> >(show_log)
 reader=$!
-limited "$build/examples/sensor_hub_service" >&"$log" 2>&1 &
+limited "$program" >&"$log" 2>&1 &
 service=$!
 exec {log}>&-
 
@@ -55,7 +59,7 @@ if [ $result -eq $killed ]; then
   echo "--- The Manager has been killed and is away for half a second"
   sleep 0.5
   result=0
-  play demo_return.scenario
+  play "$scenario_of_the_return"
   wait "$manager" || result=$?
 else
   result=1
