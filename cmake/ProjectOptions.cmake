@@ -6,6 +6,9 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(orvex_options INTERFACE -Wthread-safety)
 endif()
 
+set(ORVEX_TEST_TIME_FACTOR 1 CACHE STRING "Multiplies the time that a test may take, as an emulator needs it")
+math(EXPR ORVEX_TEST_TIMEOUT "60 * ${ORVEX_TEST_TIME_FACTOR}")
+
 set(ORVEX_SANITIZE "" CACHE STRING "Sanitizers of the whole build, as -fsanitize takes them")
 if(ORVEX_SANITIZE)
   add_compile_options(-fsanitize=${ORVEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Serves a service, the sensor hub unless said otherwise, with a Manager peer: two processes on the real socket path, in a
 # /dev of their own. The Manager dies at the end of the first scenario, and is back for the second.
-# usage: demo.sh BUILD_FOLDER [SERVICE SCENARIO SCENARIO_OF_THE_RETURN]
+# usage: [EMULATOR=COMMAND] demo.sh BUILD_FOLDER [SERVICE SCENARIO SCENARIO_OF_THE_RETURN]
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
+read -ra emulator <<<"${EMULATOR:-}"
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 program=${2:-$build/examples/sensor_hub_service}
 scenario=${3:-$here/demo.scenario}
@@ -30,7 +31,7 @@ show_log() {
 
 # Ends with the limit or with this script, however that ends, and whatever signals the program ignores.
 limited() {
-  exec setpriv --pdeathsig TERM timeout --kill-after 3 "$limit" "$@"
+  exec setpriv --pdeathsig TERM timeout --kill-after 3 "$limit" "${emulator[@]}" "$@"
 }
 
 play() {

@@ -1,7 +1,7 @@
-# Usage: exports_test.sh LIBRARY MAP. What is exported is what the map lists; six have C linkage.
+# Usage: exports_test.sh LIBRARY MAP NM. What is exported is what the map lists; six have C linkage.
 listed=$(sed -n '/global:/,/local:/s/^ *\([A-Za-z_][A-Za-z_0-9]*\)\*\{0,1\};$/\1/p' "$2" | sort)
-exported=$(nm -DC --defined-only "$1" | sed 's/^[0-9a-f]* . //; s/(.*//' | sort -u)
-with_c_linkage=$(nm -D --defined-only "$1" | sed -n '/ _Z/d; s/^[0-9a-f]* [TWti] //p' | sort | xargs)
+exported=$("$3" -DC --defined-only "$1" | sed 's/^[0-9a-f]* . //; s/(.*//' | sort -u)
+with_c_linkage=$("$3" -D --defined-only "$1" | sed -n '/ _Z/d; s/^[0-9a-f]* [TWti] //p' | sort | xargs)
 printf 'Listed:\n%s\nExported:\n%s\nWith C linkage: %s\n' "$listed" "$exported" "$with_c_linkage"
 [ -n "$listed" ] && [ "$listed" = "$exported" ] && [ "$with_c_linkage" = "_orvd_svc_ready \
 _orvd_svc_register _orvd_svc_register_auth orvd_log_marker orvd_svc_deinit orvd_svc_init" ]

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Unpacks Debian's arm64 packages, and all that they depend on, into a folder. apt works on lists of its own for it, so
+# the machine's packages, architectures and lists stay as they are, and no rights are needed.
+# usage: arm64_sysroot.sh FOLDER PACKAGE...
+set -euo pipefail
+
+sysroot=$1
+shift
+
+mkdir -p "$(dirname "$sysroot")"
+work=$(mktemp -d "$sysroot.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+mkdir -p "$work/apt/lists/partial" "$work/apt/archives/partial" "$work/root"
+: >"$work/apt/status"
+cat >"$work/apt.conf" <<CONFIGURATION
+APT::Architecture "arm64";
+APT::Architectures { "arm64"; };
+APT::Install-Recommends "false";
+APT::Sandbox::User "";
+Dir::State "$work/apt";
+Dir::State::status "$work/apt/status";
+Dir::Cache "$work/apt";
+CONFIGURATION
+
+export APT_CONFIG=$work/apt.conf
+apt-get update -qq
+apt-get install -qq -y --download-only "$@" >/dev/null
+for package in "$work"/apt/archives/*.deb; do
+  dpkg-deb -x "$package" "$work/root"
+done
+
+# What was asked for, then what it came to.
+{
+  echo "$*"
+  cd "$work/apt/archives" && ls -- *.deb
+} >"$work/root/packages"
+rm -rf "$sysroot"
+mv "$work/root" "$sysroot"
