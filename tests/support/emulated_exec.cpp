@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -12,13 +13,11 @@
 
 extern "C" int execv(const char* path, char* const argv[]) noexcept {
   std::vector<std::string> words = {ORVEX_EMULATOR, path};
-  std::vector<char*> command;
-  for (std::string& word : words) {
-    command.push_back(word.data());
-  }
   for (char* const* argument = argv + 1; *argument != nullptr; ++argument) {
-    command.push_back(*argument);
+    words.emplace_back(*argument);
   }
-  command.push_back(nullptr);
+  std::vector<char*> command(words.size() + 1);  // ends with a null pointer
+  std::transform(words.begin(), words.end(), command.begin(),
+                 [](std::string& word) { return word.data(); });
   return execvp(command[0], command.data());
 }
