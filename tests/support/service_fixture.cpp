@@ -2,6 +2,7 @@
 
 #include <android-base/properties.h>
 
+#include <atomic>
 #include <cstdio>
 #include <thread>
 
@@ -130,6 +131,13 @@ void Recorder::SetHook(std::function<void(const orvd_req_t&)> hook) {
   hook_ = std::move(hook);
 }
 
+void Settle(orvd::ManagerPeer& peer) {
+  static std::atomic<int> settled{0};
+  const std::string fence = "fence " + std::to_string(++settled);
+  ASSERT_TRUE(peer.Send(R"({"req_type":")" + fence + R"("})"));
+  ASSERT_TRUE(WaitLogged("Unknown request type '" + fence + "'"));
+}
+
 ServiceTest::ServiceTest() : recorder(ProcessWide<Recorder>()) {
   peer.AgreeToEverything(kServiceId);
 }
@@ -157,10 +165,4 @@ void ServiceTest::OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssi
   ASSERT_TRUE(answer && answer->find("Success") != std::string::npos);
   peer.Send(SessionMessage("ready_session", session_id, opcode, {ssid}));
   Settle();
-}
-
-void ServiceTest::Settle() {
-  const std::string fence = "fence " + std::to_string(++settled_);
-  ASSERT_TRUE(peer.Send(R"({"req_type":")" + fence + R"("})"));
-  ASSERT_TRUE(WaitLogged("Unknown request type '" + fence + "'"));
 }

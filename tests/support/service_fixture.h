@@ -52,6 +52,10 @@ class Recorder {
   std::function<void(const orvd_req_t&)> hook_;
 };
 
+// Returns when the receive thread has handled all that the peer sent before. Needs a debug level of
+// 1 or more.
+void Settle(orvd::ManagerPeer& peer);
+
 class ServiceTest : public testing::Test {
  public:
   ServiceTest();
@@ -66,16 +70,11 @@ class ServiceTest : public testing::Test {
              orvd_task_function_t task = nullptr);
   // Starts and readies the pair in the session; fails the test unless it is answered with success.
   void OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssid);
-  // Returns when the receive thread has handled all that was sent before. Needs a debug level of 1
-  // or more.
-  void Settle();
+  void Settle() { ::Settle(peer); }
 
   orvd::ManagerPeer peer{kSharedPath};
   // Outlives the test: a receive thread that ends late may still be in a callback.
   Recorder& recorder;
-
- private:
-  int settled_ = 0;
 };
 
 // {"req_type":"start_session",...} and "ready_session" for one pair.
