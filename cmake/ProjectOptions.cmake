@@ -18,3 +18,8 @@ if(ORVEX_SANITIZE)
     target_compile_options(orvex_options INTERFACE -Wno-maybe-uninitialized)
   endif()
 endif()
+
+option(ORVEX_ABI "Debug information for abidw: the public types, not the standard library's templates" OFF)
+if(ORVEX_ABI)
+  add_compile_options(-femit-struct-debug-detailed=ord:any,gen:base)
+endif()

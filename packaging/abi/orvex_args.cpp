@@ -1,0 +1,17 @@
+// Takes the holder of every kind of argument, so that abidw finds them: the library's own functions name only their
+// base. The compiler describes a template where the file has the name of the template's header, which keeps the
+// standard library's templates out; hence this file's name.
+
+#include "orvex_args.h"
+
+template <typename... T>
+void TakeScalars(ParamValues<T>... /*holders*/) {}
+
+template <typename... T>
+void TakeVectors(ParamValues<std::vector<T>>... /*holders*/) {}
+
+extern const auto take_scalars =
+    &TakeScalars<uint8_t, uint16_t, uint32_t, uint64_t, int8_t, int16_t, int32_t, int64_t, double,
+                 std::string, bool, orvex_typed_map_t*, orvex_value_map_t*>;
+extern const auto take_vectors = &TakeVectors<uint8_t, uint16_t, uint32_t, uint64_t, int8_t,
+                                              int16_t, int32_t, int64_t, double, std::string, bool>;
