@@ -50,18 +50,21 @@ if(GZIP)
   execute_process(COMMAND "${GZIP}" -9nc "${CMAKE_CURRENT_BINARY_DIR}/changelog" OUTPUT_FILE "${CHANGELOG}"
                           COMMAND_ERROR_IS_FATAL ANY)
 endif()
-# As Debian's own users of the Android libraries do.
-install(
-  FILES lintian-overrides
-  DESTINATION share/lintian/overrides
-  RENAME ${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME}
-  COMPONENT runtime)
-foreach(component IN ITEMS runtime dev simulator)
-  string(TOUPPER ${component} upper)
+# Nothing for those who install elsewhere by hand.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  # As Debian's own users of the Android libraries do.
   install(
-    FILES copyright "${CHANGELOG}"
-    DESTINATION "${DOC_DIR}/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}"
-    COMPONENT ${component})
-endforeach()
+    FILES lintian-overrides
+    DESTINATION share/lintian/overrides
+    RENAME ${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME}
+    COMPONENT runtime)
+  foreach(component IN ITEMS runtime dev simulator)
+    string(TOUPPER ${component} upper)
+    install(
+      FILES copyright "${CHANGELOG}"
+      DESTINATION "${DOC_DIR}/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}"
+      COMPONENT ${component})
+  endforeach()
+endif()
 
 include(CPack)
