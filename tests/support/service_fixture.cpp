@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 #include <thread>
 
 #include "link/never_destroyed.h"
@@ -67,6 +68,18 @@ bool Eventually(const std::function<bool()>& condition) {
   return true;
 }
 
+long CountEntries(const char* folder) {
+  return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+long Threads() {
+  return CountEntries("/proc/self/task");
+}
+
+bool WaitForThreads(long count) {
+  return Eventually([count] { return Threads() == count; });
+}
+
 std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids) {
   return "\x01ORVEX\x01\x02"
          R"({"Orvex":{"opcode":")" +
@@ -79,6 +92,13 @@ std::string SessionMessage(const std::string& req_type, uint32_t session_id, uin
       req_type == "end_session" ? std::to_string(opcode) : "\"" + Hex(opcode) + "\"";
   return R"({"req_type":")" + req_type + R"(","session_id":)" + std::to_string(session_id) +
          R"(,"opcodes":[{"id":)" + id + R"(,"subsystems":)" + SubsystemList(ssids) + "}]}";
+}
+
+std::string TaskMessage(uint32_t session_id, uint32_t opcode, uint32_t ssid, int transac_id,
+                        const std::string& more) {
+  return R"({"req_type":"exec_task","opcode":")" + Hex(opcode).substr(2) + R"(","subsys_id":)" +
+         std::to_string(ssid) + R"(,"session_id":)" + std::to_string(session_id) +
+         R"(,"transac_id":)" + std::to_string(transac_id) + more + "}";
 }
 
 int Recorder::Callback(int service_id, orvd_req_t* req, void* user_data) {

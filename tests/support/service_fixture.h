@@ -24,8 +24,22 @@ void SetTestProperty(const std::string& name, const std::string& value);
 // Polls until `condition` holds or the patience is over.
 bool Eventually(const std::function<bool()>& condition);
 
+long CountEntries(const char* folder);
+// The threads of this process.
+long Threads();
+// Waits until there are so many: how a test sees that a thread of the library has ended.
+bool WaitForThreads(long count);
+
 // A full blob: marker, version, {"Orvex":{"opcode":"0x...","subsystems":[{"id":N},...]}}.
 std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids);
+
+// {"req_type":REQ_TYPE,"session_id":N,"opcodes":[...]} for "start_session", "ready_session" and
+// "end_session", whose opcode is a number.
+std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
+                           std::initializer_list<uint32_t> ssids);
+// "exec_task", with the opcode in bare hexadecimal. `more`: further members, each behind a comma.
+std::string TaskMessage(uint32_t session_id, uint32_t opcode, uint32_t ssid, int transac_id,
+                        const std::string& more = "");
 
 // What the session-state callbacks were told, in order, across all opcodes. Pass Recorder::Callback
 // with the recorder as user data.
@@ -76,7 +90,3 @@ class ServiceTest : public testing::Test {
   // Outlives the test: a receive thread that ends late may still be in a callback.
   Recorder& recorder;
 };
-
-// {"req_type":"start_session",...} and "ready_session" for one pair.
-std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
-                           std::initializer_list<uint32_t> ssids);
