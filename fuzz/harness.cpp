@@ -194,7 +194,7 @@ void ResetService() {
                                         OnTask};
   }
   const MutexLock lock(Sessions().mutex);
-  Sessions().sessions = {{kSession, {{{kOpcode, 1}, ORVD_READY}}}};
+  Sessions().sessions = {{kSession, {0, {{{kOpcode, 1}, ORVD_READY}}}}};
 }
 
 bool Handle(const char* packet, size_t size) {
@@ -223,8 +223,8 @@ void CheckService() {
   CheckFree(Sessions().mutex, "sessions are unlocked");
   CheckFree(TheReadyTable().mutex, "the ready table is unlocked");
   const MutexLock lock(Sessions().mutex);
-  for (const auto& [session_id, pairs] : Sessions().sessions) {
-    for (const auto& [pair, state] : pairs) {
+  for (const auto& [session_id, session] : Sessions().sessions) {
+    for (const auto& [pair, state] : session.pairs) {
       Require(is_service_supported(pair.first, pair.second), "an open pair is supported");
       Require(state == ORVD_STARTED || state == ORVD_READY, "the state of a pair");
     }

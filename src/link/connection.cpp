@@ -1,5 +1,6 @@
 #include "link/connection.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -21,33 +22,26 @@ namespace {
 constexpr int kNoSocket = -1;
 constexpr int kLoggedCharacters = 250;
 
-struct Link {
+struct LinkState {
   Mutex mutex;
   std::shared_ptr<Connection> standing GUARDED_BY(mutex);
-  uint64_t tenure GUARDED_BY(mutex) = 0;
+  std::atomic<Generation> generation{1};  // written with the mutex held
 };
 
-Link& TheLink() {
-  return ProcessWide<Link>();
+LinkState& TheLink() {
+  return ProcessWide<LinkState>();
 }
 
 Mutex gSendMutex;
 
-// One attempt at a time: one that is superseded meanwhile is over, and closed, before the new
-// tenure's own, or a Manager that serves one connection of a process would take the stray one.
+// Serialises attempts to connect. An attempt of an old generation is closed before the next one
+// begins, so a Manager that accepts one connection of a process never takes the stray one.
 Mutex gConnectMutex;
 
-// The number of the tenure that this receive thread serves; none on other threads.
-thread_local std::optional<uint64_t> served_tenure;
-
-bool IsSuperseded(uint64_t current_tenure) {
-  return served_tenure.has_value() && *served_tenure != current_tenure;
-}
-
-std::shared_ptr<Connection> StandingConnection() {
-  const MutexLock lock(TheLink().mutex);
-  return TheLink().standing;
-}
+// The generation that this receive thread serves; none on other threads.
+thread_local std::optional<Generation> served_generation;
+// A callback on this thread has ended the generation, so the service may go on sending from it.
+thread_local bool ended_generation = false;
 
 bool ConnectTo(const char* path, int fd) {
   sockaddr_un address{};
@@ -56,25 +50,26 @@ bool ConnectTo(const char* path, int fd) {
   return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
-// The decision counts for the tenure that asked for it, whether or not the connection comes about.
-const char* PathFor(uint64_t tenure_number) {
+// The decision counts for the generation that asked for it, also when connecting fails.
+const char* PathFor(Generation generation) {
   const SocketPath chosen = ChooseSocketPath();
   const MutexLock lock(TheLink().mutex);
-  if (TheLink().tenure == tenure_number) {
+  if (TheLink().generation == generation) {
     SetFlags(chosen);
   }
   return chosen.path;
 }
 
-std::shared_ptr<Connection> MakeConnection(uint64_t tenure_number) {
-  const int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+std::shared_ptr<Connection> MakeConnection(Generation generation) {
+  // A program that the service forks and executes must not inherit the socket.
+  const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   if (fd < 0) {
     LOG_AT(kFailure, "Failed to connect to ORVEX Manager (socket creation failed %s)",
            ErrorText(errno));
     return nullptr;
   }
   auto connection = std::make_shared<Connection>(fd);
-  if (!ConnectTo(PathFor(tenure_number), fd)) {
+  if (!ConnectTo(PathFor(generation), fd)) {
     const int error = errno;
     connection.reset();
     LOG_AT(kFailure, "Failed to connect to ORVEX Manager (connection failed %s)", ErrorText(error));
@@ -84,9 +79,9 @@ std::shared_ptr<Connection> MakeConnection(uint64_t tenure_number) {
 
 // The descriptor is published only once it can be used: a service that initialises while the
 // receive thread tries to reconnect must not take an unconnected socket for the Manager.
-bool Publish(const std::shared_ptr<Connection>& connection, uint64_t tenure_number) {
+bool Publish(const std::shared_ptr<Connection>& connection, Generation generation) {
   const MutexLock lock(TheLink().mutex);
-  if (TheLink().tenure != tenure_number) {
+  if (TheLink().generation != generation) {
     return false;
   }
   if (TheLink().standing) {
@@ -106,26 +101,19 @@ void Leave(const std::shared_ptr<Connection>& connection) {
   connection->ShutDown();
 }
 
-// With no connection the send fails in the kernel, as on a closed one.
-int SendOn(const Connection* connection, const char* msg) REQUIRES(gSendMutex) {
+void LogSending(const char* msg) {
+  LOG_AT(kAlways, "client Sending message %.*s", kLoggedCharacters, msg);
+}
+
+// Without a connection the send fails in the kernel, as on a closed one. MSG_NOSIGNAL is not
+// needed: the kernel raises SIGPIPE for stream sockets, not for sequenced packets.
+int SendPacket(const Connection* connection, const char* msg) REQUIRES(gSendMutex) {
   const int fd = connection == nullptr ? kNoSocket : connection->fd();
   if (sendto(fd, msg, strlen(msg), 0, nullptr, 0) == -1) {
     LOG_AT(kAlways, "client NOT able to send msg");
     return -1;
   }
   return 0;
-}
-
-void LogSending(const char* msg) {
-  LOG_AT(kAlways, "client Sending message %.*s", kLoggedCharacters, msg);
-}
-
-void SendGoodbye(const Connection& connection) {
-  LogSending("EXIT");
-  const MutexLock lock(gSendMutex);
-  if (SendOn(&connection, "EXIT") != 0) {
-    LOG_AT(kFailure, "Failed to disconnect to manager - proceeding anyways");
-  }
 }
 
 }  // namespace
@@ -139,48 +127,54 @@ void Connection::ShutDown() {
   shutdown(fd_, SHUT_RDWR);
 }
 
-Tenure ServeCurrentTenure() {
-  const MutexLock lock(TheLink().mutex);
-  served_tenure = TheLink().tenure;
-  return {TheLink().standing, TheLink().tenure};
+bool Connection::PeerHasClosed() const {
+  pollfd watched{fd_, POLLRDHUP, 0};
+  return !reset_ && poll(&watched, 1, 0) > 0 && (watched.revents & POLLERR) == 0;
 }
 
-void BeginTenure() {
-  served_tenure.reset();
+Link CurrentLink() {
   const MutexLock lock(TheLink().mutex);
-  ++TheLink().tenure;
+  return {TheLink().standing, TheLink().generation};
 }
 
-bool IsCurrent(const Tenure& tenure) {
-  const MutexLock lock(TheLink().mutex);
-  return TheLink().tenure == tenure.number && TheLink().standing == tenure.connection;
+Generation CurrentGeneration() {
+  return TheLink().generation;
 }
 
-uint64_t CurrentTenureNumber() {
+void BeginGeneration() {
+  ended_generation = true;
   const MutexLock lock(TheLink().mutex);
-  return TheLink().tenure;
+  ++TheLink().generation;
 }
 
-bool ThisThreadIsSuperseded() {
-  return IsSuperseded(CurrentTenureNumber());
+void ServeGeneration(Generation generation) {
+  served_generation = generation;
+}
+
+Generation ServedGeneration() {
+  return served_generation.value_or(CurrentGeneration());
+}
+
+bool ThisThreadIsOutdated() {
+  return served_generation.has_value() && *served_generation != CurrentGeneration();
 }
 
 bool NoteInitDone(bool done) {
   const MutexLock lock(TheLink().mutex);
-  if (IsSuperseded(TheLink().tenure)) {
+  if (ThisThreadIsOutdated()) {
     return false;
   }
   gMgrInitDone = done;
   return true;
 }
 
-int ConnectFor(uint64_t tenure_number) {
+int ConnectFor(Generation generation) {
   const MutexLock lock(gConnectMutex);
-  if (CurrentTenureNumber() != tenure_number) {
+  if (CurrentGeneration() != generation) {
     return -1;
   }
-  const std::shared_ptr<Connection> connection = MakeConnection(tenure_number);
-  if (!connection || !Publish(connection, tenure_number)) {
+  const std::shared_ptr<Connection> connection = MakeConnection(generation);
+  if (!connection || !Publish(connection, generation)) {
     return -1;
   }
   LOG_AT(kProgress, "Manager connection established, gMgrSocket_fd %d", connection->fd());
@@ -192,23 +186,33 @@ int Disconnect(const std::shared_ptr<Connection>& connection) {
     return -1;
   }
   const bool first = connection->BeginLeaving();
-  if (first) {
-    SendGoodbye(*connection);
+  if (first && SendOn(connection, "EXIT") != 0) {
+    LOG_AT(kFailure, "Failed to disconnect to manager - proceeding anyways");
   }
   Leave(connection);
   return first ? 0 : -1;
 }
 
+std::shared_ptr<Connection> ConnectionToSendOn() {
+  return ThisThreadIsOutdated() && !ended_generation ? nullptr : CurrentLink().connection;
+}
+
+int SendOn(const std::shared_ptr<Connection>& connection, const char* msg) {
+  LogSending(msg);
+  const MutexLock lock(gSendMutex);
+  return SendPacket(connection.get(), msg);
+}
+
 int connect_to_manager() {
-  return ConnectFor(CurrentTenureNumber());
+  return ConnectFor(CurrentGeneration());
 }
 
 int disconnect_from_manager() {
-  return Disconnect(StandingConnection());
+  return Disconnect(CurrentLink().connection);
 }
 
 int orvd_send_to_manager_raw(const char* msg) {
   LogSending(msg);
   const MutexLock lock(gSendMutex);
-  return SendOn(ThisThreadIsSuperseded() ? nullptr : StandingConnection().get(), msg);
+  return SendPacket(ConnectionToSendOn().get(), msg);
 }

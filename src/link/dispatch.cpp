@@ -18,11 +18,12 @@
 #include "sessions/session_ready.h"
 #include "sessions/session_start.h"
 #include "sessions/session_state.h"
+#include "sessions/session_table.h"
 #include "sessions/terminate_sessions.h"
 
 namespace {
 
-using Branch = After (*)(Json::Value& message);
+using Branch = NextAction (*)(Json::Value& message);
 
 struct DispatchRow {
   std::string_view req_type;
@@ -30,48 +31,49 @@ struct DispatchRow {
 };
 
 template <auto Handle>
-After Then(Json::Value& message) {
+NextAction Then(Json::Value& message) {
   Handle(message);
-  return After::kContinue;
+  return NextAction::kContinue;
 }
 
 // Checked with the mutex held, so that the id is never set again behind a deinitialisation.
 bool StoreServiceId(int32_t service_id) {
   const MutexLock lock(gStateMutex);
-  if (ThisThreadIsSuperseded()) {
+  if (ThisThreadIsOutdated()) {
     return false;
   }
   gService_id = service_id;
+  gServiceGeneration = ServedGeneration();
   return true;
 }
 
-After OnInit(Json::Value& message) {
+NextAction OnInit(Json::Value& message) {
   const int32_t service_id = IntMember(message, "service_id", kNotInitialised);
   if (!StoreServiceId(service_id)) {
-    return After::kEndThread;
+    return NextAction::kEndThread;
   }
   const MutexLock lock(gInitMutex);
   response_for_init = true;
   init_cv.notify_one();
   if (service_id < 0) {
-    return After::kEndThread;
+    return NextAction::kEndThread;
   }
   NoteInitDone(true);
-  return After::kContinue;
+  return NextAction::kContinue;
 }
 
-After OnStartSession(Json::Value& message) {
+NextAction OnStartSession(Json::Value& message) {
   if (handle_session_start(message) != 0) {
     LOG_AT(kFailure, "Failed to handle session start event");
   }
-  return After::kGrowBuffer;
+  return NextAction::kGrowBuffer;
 }
 
-After OnEndSession(Json::Value& message) {
+NextAction OnEndSession(Json::Value& message) {
   if (handle_session_end(message) != 0) {
     LOG_AT(kFailure, "Failed to handle end start event");
   }
-  return After::kContinue;
+  return NextAction::kContinue;
 }
 
 // Deliberate: hexadecimal here, as in the messages that open the session; decimal in the answers to
@@ -81,11 +83,11 @@ int ExecTaskOf(Json::Value& message) {
   return entry ? handle_exec_task(message, entry->task_function) : -1;
 }
 
-After OnExecTask(Json::Value& message) {
+NextAction OnExecTask(Json::Value& message) {
   if (ExecTaskOf(message) != 0) {
     LOG_AT(kFailure, "Failed to handle execute task event");
   }
-  return After::kContinue;
+  return NextAction::kContinue;
 }
 
 constexpr DispatchRow kDispatchTable[] = {
@@ -107,7 +109,7 @@ constexpr DispatchRow kDispatchTable[] = {
 
 }  // namespace
 
-After Dispatch(Json::Value& message) {
+NextAction Dispatch(Json::Value& message) {
   const std::string req_type = TextMember(message, "req_type", "0");
   for (const DispatchRow& row : kDispatchTable) {
     if (row.req_type == req_type) {
@@ -115,15 +117,28 @@ After Dispatch(Json::Value& message) {
     }
   }
   LOG_AT(kFailure, "Unknown request type '%s'", req_type.c_str());
-  return After::kContinue;
+  return NextAction::kContinue;
 }
 
 void TellReadyOpcodes(orvd_req_t& notification) {
   NotifyReadyOpcodes(notification);
 }
 
+bool NoteLoss(Generation generation) {
+  if (!IsAnyOpcodeReady()) {
+    return false;
+  }
+  NoteSessionsLost(generation);
+  return true;
+}
+
 void EndAllSessions() {
   terminate_sessions();
+}
+
+void ForgetLostSessions() {
+  const MutexLock lock(Sessions().mutex);
+  ForgetSessions(ServedGeneration());
 }
 
 void TellReconnected() {

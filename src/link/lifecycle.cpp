@@ -1,5 +1,6 @@
 #include <cutils/properties.h>
 
+#include <memory>
 #include <string>
 
 #include "IOrvdClient.h"
@@ -26,17 +27,19 @@ bool IsInitialised(int& service_id) {
   return true;
 }
 
-// A connection that stands is taken as it is, with its receive thread if that still runs: either
+// An established connection is used as it is. If an earlier receive thread still serves it, either
 // thread may read the answer.
 int ConnectAnew() {
-  BeginTenure();
+  BeginGeneration();
   return connect_to_manager();
 }
 
-// The answer may be there before the send returns; the init mutex keeps it until this thread waits.
-int RequestServiceId() {
+// The request goes on the connection that this call's receive thread serves, never on a later one,
+// whose answers nobody would read. The answer may arrive before the send returns; the init mutex
+// delays it until this thread waits.
+int RequestServiceId(const std::shared_ptr<Connection>& connection) {
   MutexLock init_lock(gInitMutex);
-  if (orvd_send_to_manager_raw(R"({"req_type":"INIT"})") != 0) {
+  if (SendOn(connection, R"({"req_type":"INIT"})") != 0) {
     LOG_AT(kFailure, "Failed to initiate communication with server");
     return -1;
   }
@@ -53,7 +56,16 @@ int RequestServiceId() {
   return gService_id;
 }
 
-// A connection on which nothing was agreed gets no goodbye: it stays for the next initialisation.
+// The receive thread may not have read yet that the Manager has gone. Once this thread leaves the
+// connection, the receive thread cannot tell the Manager's end of file from our own.
+void NoteUnreadLoss() {
+  const Link link = CurrentLink();
+  if (link.connection && link.connection->PeerHasClosed()) {
+    NoteLoss(link.generation);
+  }
+}
+
+// A connection without an initialisation gets no goodbye. It stays for the next initialisation.
 void SayGoodbye(unsigned int svc_id) {
   if (!gMgrInitDone && !gDedicatedChannel) {
     return;
@@ -78,15 +90,18 @@ int orvd_svc_init(void) {
   if (gMgrSocket_fd < 0 && ConnectAnew() != 0) {
     return -1;
   }
-  return StartReceiveThread() ? RequestServiceId() : -1;
+  const Link link = CurrentLink();
+  return StartReceiveThread(link) ? RequestServiceId(link.connection) : -1;
 }
 
 int orvd_svc_deinit(unsigned int svc_id) {
-  const int refusal = CheckServiceId(svc_id);
+  Generation generation = 0;
+  const int refusal = CheckServiceId(svc_id, generation);
   if (refusal != 0) {
     return refusal;
   }
-  BeginTenure();
+  NoteUnreadLoss();
+  BeginGeneration();
   SayGoodbye(svc_id);
   ForgetRegistrations();
   const MutexLock lock(gStateMutex);

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "link/connection.h"
@@ -21,27 +23,26 @@ constexpr size_t kFirstBufferSize = 5120;
 constexpr size_t kGrownBufferSize = 524288;
 constexpr useconds_t kPauseAfterError = 500000;
 
-enum class Outcome { kContinue, kEndThread };
-
 class Receiver {
  public:
-  Receiver() : tenure_(ServeCurrentTenure()), buffer_(kFirstBufferSize) {}
+  explicit Receiver(std::shared_ptr<Connection> connection)
+      : connection_(std::move(connection)), buffer_(kFirstBufferSize) {}
 
   // One turn of the loop.
-  Outcome ServeOne();
+  NextAction ServeOne();
 
  private:
   ssize_t Receive();
-  Outcome OnClosedByManager() const;
-  Outcome OnError(ssize_t result);
-  Outcome OnPacket(size_t size);
-  void Forget(size_t size) { std::fill_n(buffer_.begin(), size, '\0'); }
+  NextAction OnClosedByManager();
+  NextAction OnError(ssize_t result);
+  NextAction OnPacket(size_t size);
+  void Clear(size_t size) { std::fill_n(buffer_.begin(), size, '\0'); }
 
-  const Tenure tenure_;
+  std::shared_ptr<Connection> connection_;
   std::vector<char> buffer_;
 };
 
-Outcome Receiver::ServeOne() {
+NextAction Receiver::ServeOne() {
   LOG_AT(kDetail, "Waiting for recv from server");
   const ssize_t received = Receive();
   if (received == 0) {
@@ -50,80 +51,93 @@ Outcome Receiver::ServeOne() {
   return received < 0 ? OnError(received) : OnPacket(static_cast<size_t>(received));
 }
 
-// What this process has left, or begun to leave, reads as a closed descriptor, whatever the peer
-// did to it.
+// Once this process has begun to leave the connection, EBADF is reported whatever recvfrom
+// returned.
 ssize_t Receiver::Receive() {
-  const Connection* connection = tenure_.connection.get();
   ssize_t received = -1;
-  if (connection != nullptr) {
-    received = recvfrom(connection->fd(), buffer_.data(), buffer_.size(), 0, nullptr, nullptr);
+  if (connection_) {
+    received = recvfrom(connection_->fd(), buffer_.data(), buffer_.size(), 0, nullptr, nullptr);
   }
   const int error = errno;
-  const bool left = connection == nullptr || connection->is_shut_down() ||
-                    (received <= 0 && (connection->is_being_left() || !IsCurrent(tenure_)));
+  const bool left = !connection_ || connection_->is_shut_down() ||
+                    (received <= 0 && (connection_->is_being_left() || ThisThreadIsOutdated()));
   errno = left ? EBADF : error;
   return left ? -1 : received;
 }
 
-Outcome Receiver::OnClosedByManager() const {
-  LOG_AT(kFailure, "Communication with manager failed (%s)", ErrorText(errno));
-  if (Disconnect(tenure_.connection) != 0) {
-    return Outcome::kEndThread;
-  }
-  if (!ThisThreadIsSuperseded()) {
+NextAction Receiver::OnClosedByManager() {
+  const int error = errno;
+  const bool sessions_lost = NoteLoss(ServedGeneration());
+  LOG_AT(kFailure, "Communication with manager failed (%s)", ErrorText(error));
+  const bool left = Disconnect(connection_) == 0;
+  connection_.reset();  // reconnecting takes long, and nobody needs the descriptor any more
+  if (left && !ThisThreadIsOutdated()) {
     EndAllSessions();
   }
-  // Also a callback of this thread may have deinitialised.
-  const bool still_served = CurrentTenureNumber() == tenure_.number && NoteInitDone(false);
-  if (still_served && ReconnectFor(tenure_.number) == 0 && !ThisThreadIsSuperseded()) {
+  // A callback, or another thread, may have deinitialised.
+  if (left && NoteInitDone(false) && ReconnectFor(ServedGeneration()) == 0 &&
+      !ThisThreadIsOutdated()) {
     TellReconnected();
   }
-  return Outcome::kEndThread;
+  if (sessions_lost && ThisThreadIsOutdated()) {
+    ForgetLostSessions();
+  }
+  return NextAction::kEndThread;
 }
 
-Outcome Receiver::OnError(ssize_t result) {
+NextAction Receiver::OnError(ssize_t result) {
   const int error = errno;
   if (error == ECONNRESET || error == EBADF) {
+    if (error == ECONNRESET) {
+      connection_->NoteReset();
+    }
     LOG_AT(kFailure, "%s: recv failed, exit thread.. in_size = %ld, error %d:(%s)",
            "recv_msg_from_mgr", static_cast<long>(result), error, ErrorText(error));
-    return Outcome::kEndThread;
+    return NextAction::kEndThread;
   }
   LOG_AT(kFailure, "Error receiving msg from manager (%s)", ErrorText(error));
-  Forget(buffer_.size());
+  Clear(buffer_.size());
   usleep(kPauseAfterError);
-  return Outcome::kContinue;
+  return NextAction::kContinue;
 }
 
-Outcome Receiver::OnPacket(size_t size) {
+NextAction Receiver::OnPacket(size_t size) {
   LOG_AT(kAlways, "Client received!!!");
   Json::Value message;
   if (!ParseMessage(buffer_.data(), size, message)) {
     LOG_AT(kFailure, "Failed to parse ORVEX manager request");
-    Forget(size);
+    Clear(size);
     usleep(kPauseAfterError);
-    return Outcome::kContinue;
+    return NextAction::kContinue;
   }
-  const After after = Dispatch(message);
-  if (after == After::kEndThread) {
-    return Outcome::kEndThread;
+  const NextAction next = Dispatch(message);
+  if (next == NextAction::kEndThread) {
+    return next;
   }
-  Forget(size);
-  if (after == After::kGrowBuffer) {
+  Clear(size);
+  if (next == NextAction::kGrowBuffer) {
     buffer_.resize(kGrownBufferSize);
   }
-  return Outcome::kContinue;
+  return NextAction::kContinue;
 }
 
 // Never given a name: the choice of the socket path reads the name that this thread inherits.
-void* recv_msg_from_mgr(void* /*ignored*/) {
-  Receiver receiver;
-  while (receiver.ServeOne() == Outcome::kContinue) {
+void* recv_msg_from_mgr(void* argument) {
+  const std::unique_ptr<Link> link(static_cast<Link*>(argument));
+  ServeGeneration(link->generation);
+  Receiver receiver(std::move(link->connection));
+  while (receiver.ServeOne() != NextAction::kEndThread) {
   }
   return nullptr;
 }
 
 }  // namespace
 
-bool StartReceiveThread() {
-  return StartDetachedThread(recv_msg_from_mgr, nullptr) == 0;
+bool StartReceiveThread(const Link& link) {
+  auto argument = std::make_unique<Link>(link);
+  if (StartDetachedThread(recv_msg_from_mgr, argument.get()) != 0) {
+    return false;
+  }
+  static_cast<void>(argument.release());
+  return true;
 }

@@ -4,7 +4,6 @@
 
 #include <chrono>
 
-#include "link/connection.h"
 #include "link/log.h"
 
 namespace {
@@ -14,21 +13,17 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kLimit{20};
 constexpr useconds_t kPause = 50000;
 
-bool Superseded(uint64_t tenure_number) {
-  return CurrentTenureNumber() != tenure_number;
-}
-
 }  // namespace
 
-int ReconnectFor(uint64_t tenure_number) {
+int ReconnectFor(Generation generation) {
   const Clock::time_point start = Clock::now();
-  while (ConnectFor(tenure_number) != 0) {
+  while (ConnectFor(generation) != 0) {
     if (Clock::now() > start + kLimit) {
       LOG_AT(kAlways, "Failed to reconnect to manager due to time out");
       return -1;
     }
     usleep(kPause);
-    if (Superseded(tenure_number)) {
+    if (CurrentGeneration() != generation) {
       return -1;
     }
   }
@@ -40,5 +35,5 @@ int ReconnectFor(uint64_t tenure_number) {
 }
 
 int reconnect_to_manager() {
-  return ReconnectFor(CurrentTenureNumber());
+  return ReconnectFor(CurrentGeneration());
 }

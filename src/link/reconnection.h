@@ -2,12 +2,11 @@
 
 #pragma once
 
-#include <cstdint>
-
+#include "link/connection.h"
 #include "orvex_args.h"
 
-// Tries until the time is up. Returns 0, or -1 on time-out; gives up silently, with -1, when the
-// service has initialised or deinitialised meanwhile.
-int ReconnectFor(uint64_t tenure_number);
+// Tries until the time is up. Returns 0; -1 on time-out; -1 without a log line once the generation
+// is over.
+int ReconnectFor(Generation generation);
 
 ORVD_EXPORT int reconnect_to_manager();

@@ -2,6 +2,7 @@
 
 Mutex gStateMutex;
 int32_t gService_id = kNotInitialised;
+uint64_t gServiceGeneration = 0;
 
 std::atomic<bool> gMgrInitDone{false};
 
@@ -26,10 +27,11 @@ int32_t ServiceId() {
   return gService_id;
 }
 
-int CheckServiceId(uint32_t service_id) {
-  const int32_t own = ServiceId();
-  if (own == kNotInitialised) {
+int CheckServiceId(uint32_t service_id, uint64_t& generation) {
+  const MutexLock lock(gStateMutex);
+  if (gService_id == kNotInitialised) {
     return -3;
   }
-  return static_cast<uint32_t>(own) == service_id ? 0 : -2;
+  generation = gServiceGeneration;
+  return static_cast<uint32_t>(gService_id) == service_id ? 0 : -2;
 }

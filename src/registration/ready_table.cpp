@@ -1,5 +1,6 @@
 #include "registration/ready_table.h"
 
+#include "link/connection.h"
 #include "link/never_destroyed.h"
 #include "link/state.h"
 
@@ -18,7 +19,7 @@ ReadyTable& TheReadyTable() {
 std::optional<ReadyEntry> FindReadyEntry(uint32_t opcode) {
   const MutexLock lock(TheReadyTable().mutex);
   const auto found = TheReadyTable().opcodes.find(opcode);
-  if (found == TheReadyTable().opcodes.end()) {
+  if (found == TheReadyTable().opcodes.end() || ThisThreadIsOutdated()) {
     return std::nullopt;
   }
   return EntryOf(found->second);
@@ -26,11 +27,16 @@ std::optional<ReadyEntry> FindReadyEntry(uint32_t opcode) {
 
 std::optional<std::pair<uint32_t, ReadyEntry>> LowestReadyEntry() {
   const MutexLock lock(TheReadyTable().mutex);
-  if (TheReadyTable().opcodes.empty()) {
+  if (TheReadyTable().opcodes.empty() || ThisThreadIsOutdated()) {
     return std::nullopt;
   }
   const auto& [opcode, record] = *TheReadyTable().opcodes.begin();
   return std::make_pair(opcode, EntryOf(record));
+}
+
+bool IsAnyOpcodeReady() {
+  const MutexLock lock(TheReadyTable().mutex);
+  return !TheReadyTable().opcodes.empty();
 }
 
 void ClearReadyTable() {
@@ -41,6 +47,9 @@ void ClearReadyTable() {
 void NotifyReadyOpcodes(orvd_req_t& notification) {
   const int service_id = ServiceId();
   const MutexLock lock(TheReadyTable().mutex);
+  if (ThisThreadIsOutdated()) {
+    return;
+  }
   for (const auto& [opcode, entry] : TheReadyTable().opcodes) {
     if (entry.state_callback != nullptr) {
       entry.state_callback(service_id, &notification, entry.user_data);

@@ -37,9 +37,13 @@ struct ReadyEntry {
 
 ReadyTable& TheReadyTable();
 
+// An outdated receive thread finds no entry in the next two functions: the opcodes that are ready
+// now were made ready for a later initialisation.
 std::optional<ReadyEntry> FindReadyEntry(uint32_t opcode);
 // The entry with the lowest opcode.
 std::optional<std::pair<uint32_t, ReadyEntry>> LowestReadyEntry();
+bool IsAnyOpcodeReady();
 void ClearReadyTable();
-// Calls every session-state callback with the ready-table mutex held.
+// Calls every session-state callback with the ready-table mutex held; none on an outdated receive
+// thread.
 void NotifyReadyOpcodes(orvd_req_t& notification);

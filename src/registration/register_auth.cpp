@@ -12,6 +12,7 @@
 #include "link/pending_answer.h"
 #include "link/state.h"
 #include "registration/api_definition.h"
+#include "registration/supported_services.h"
 
 namespace {
 
@@ -50,8 +51,8 @@ void DeliverVerdict(RegistrationTable& table, const Json::Value& message) {
   Deliver(found->second);
 }
 
-int Refuse(uint32_t service_id, const char* api_def, const char* token) {
-  const int refusal = CheckServiceId(service_id);
+int Refuse(uint32_t service_id, const char* api_def, const char* token, Generation& generation) {
+  const int refusal = CheckServiceId(service_id, generation);
   return refusal == 0 && (api_def == nullptr || token == nullptr) ? -2 : refusal;
 }
 
@@ -126,16 +127,21 @@ int32_t AwaitVerdict(uint32_t opcode, const RegsAuthMetaData& record) {
   return *record.status;
 }
 
-void RecordSupported(uint32_t opcode, const ApiDefinition& definition) {
+// False, with nothing left of it in the registry, once the generation is over.
+bool RecordSupported(Generation generation, uint32_t opcode, const ApiDefinition& definition) {
   for (const uint32_t ssid : definition.subsystems) {
-    supported_services_add(opcode, ssid);
+    if (!AddSupportedPair(generation, opcode, ssid)) {
+      return false;
+    }
     LOG_AT(kProgress, "Successfully authed and added 0x%08x::%u service mapping", opcode, ssid);
   }
+  return CurrentGeneration() == generation;
 }
 
-int32_t RequestRegistration(uint32_t opcode, const std::string& request) {
+int32_t RequestRegistration(uint32_t opcode, const std::shared_ptr<Connection>& connection,
+                            const std::string& request) {
   const RegsAuthMetaData record = InsertPending(opcode);
-  if (orvd_send_to_manager_raw(request.c_str()) != 0) {
+  if (SendOn(connection, request.c_str()) != 0) {
     LOG_AT(kFailure, "ORVEX service authenticate and registration failed to send to manager.");
     return -1;
   }
@@ -159,20 +165,25 @@ void HandlePlainRegistrationAnswer(const Json::Value& message) {
 int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char* api_def,
                                 const char* token) {
   LOG_AT(kProgress, "ORVEX service register and authenticate");
-  const int refusal = Refuse(service_id, api_def, token);
+  Generation generation = 0;
+  const int refusal = Refuse(service_id, api_def, token, generation);
   if (refusal != 0) {
     return refusal;
   }
+  const auto connection = ConnectionToSendOn();
   const char* json = nullptr;
   ApiDefinition definition;
   const int unread = ReadDefinition(api_def, opcode, json, definition);
   if (unread != 0) {
     return unread;
   }
-  if (RequestRegistration(opcode, AuthRequest(service_id, opcode, json, token)) != 0) {
+  if (RequestRegistration(opcode, connection, AuthRequest(service_id, opcode, json, token)) != 0) {
     return -1;
   }
-  RecordSupported(opcode, definition);
+  if (!RecordSupported(generation, opcode, definition)) {
+    LOG_AT(kFailure, "ORVEX service auth registration failed.");
+    return -1;
+  }
   LOG_AT(kProgress, "ORVEX service authed and registered");
   return 0;
 }

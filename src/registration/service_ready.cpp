@@ -25,10 +25,15 @@ std::string ReadyRequest(uint32_t service_id, uint32_t opcode) {
   return request;
 }
 
-// The record that is in the table afterwards: the answer goes to that one. A ready opcode keeps its
-// own.
-ready_meta_data InsertReady(uint32_t opcode, ready_meta_data record) {
+// Returns the record that is in the table afterwards: the answer goes to that one. A ready opcode
+// keeps its record. Inserts nothing once the generation is over: a deinitialisation clears the
+// table after it has ended the generation, so no entry survives it.
+std::optional<ready_meta_data> InsertReady(Generation generation, uint32_t opcode,
+                                           ready_meta_data record) {
   const MutexLock lock(TheReadyTable().mutex);
+  if (CurrentGeneration() != generation) {
+    return std::nullopt;
+  }
   const ready_meta_data& entry =
       TheReadyTable().opcodes.try_emplace(opcode, std::move(record)).first->second;
   const MutexLock answer_lock(gReadyAnswerMutex);
@@ -47,7 +52,7 @@ int32_t AwaitAnswer(const ready_meta_data& record) {
 std::optional<ready_meta_data> FindRecord(uint32_t opcode) {
   const MutexLock lock(TheReadyTable().mutex);
   const auto found = TheReadyTable().opcodes.find(opcode);
-  if (found == TheReadyTable().opcodes.end()) {
+  if (found == TheReadyTable().opcodes.end() || ThisThreadIsOutdated()) {
     return std::nullopt;
   }
   return found->second;
@@ -78,19 +83,22 @@ void HandleReadyAnswer(const Json::Value& message) {
 int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode, orvd_state_callback_t state_callback,
                         void* user_data, orvd_task_function_t task_function) {
   const std::string request = ReadyRequest(service_id, opcode);
-  const int refusal = CheckServiceId(service_id);
+  Generation generation = 0;
+  const int refusal = CheckServiceId(service_id, generation);
   if (refusal != 0) {
     return refusal;
   }
-  const ready_meta_data record = InsertReady(
-      opcode, {std::make_shared<int32_t>(1), std::make_shared<std::condition_variable>(),
-               std::make_shared<bool>(false), state_callback, user_data, task_function});
-  if (orvd_send_to_manager_raw(request.c_str()) != 0) {
+  const auto connection = ConnectionToSendOn();
+  const auto record =
+      InsertReady(generation, opcode,
+                  {std::make_shared<int32_t>(1), std::make_shared<std::condition_variable>(),
+                   std::make_shared<bool>(false), state_callback, user_data, task_function});
+  if (!record || SendOn(connection, request.c_str()) != 0) {
     return -1;
   }
-  if (AwaitAnswer(record) < 0) {
+  if (AwaitAnswer(*record) < 0) {
     LOG_AT(kFailure, "Failed to make service ready at manager; aborting");
-    EraseReady(opcode, record);
+    EraseReady(opcode, *record);
     return -1;
   }
   return 0;

@@ -1,3 +1,5 @@
+#include "registration/supported_services.h"
+
 #include <set>
 #include <utility>
 
@@ -17,15 +19,28 @@ SupportedServices& Supported() {
   return ProcessWide<SupportedServices>();
 }
 
-}  // namespace
-
-int supported_services_add(uint32_t opcode, uint32_t ssid) {
-  const MutexLock lock(Supported().mutex);
+void Add(uint32_t opcode, uint32_t ssid) REQUIRES(Supported().mutex) {
   if (Supported().pairs.emplace(opcode, ssid).second) {
     LOG_AT(kProgress, "Added service 0x%08x::%d", opcode, static_cast<int>(ssid));
   } else {
     LOG_AT(kProgress, "Duplicate service registration 0x%08x::%u", opcode, ssid);
   }
+}
+
+}  // namespace
+
+bool AddSupportedPair(Generation generation, uint32_t opcode, uint32_t ssid) {
+  const MutexLock lock(Supported().mutex);
+  if (CurrentGeneration() != generation) {
+    return false;
+  }
+  Add(opcode, ssid);
+  return true;
+}
+
+int supported_services_add(uint32_t opcode, uint32_t ssid) {
+  const MutexLock lock(Supported().mutex);
+  Add(opcode, ssid);
   return 1;
 }
 

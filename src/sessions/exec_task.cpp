@@ -45,18 +45,18 @@ void LogLatency(const Json::Value& msg) {
 bool IsReady(const TaskAddress& address) {
   const auto [opcode, ssid] = address.pair;
   const MutexLock lock(Sessions().mutex);
-  const auto session = Sessions().sessions.find(address.session_id);
-  if (session == Sessions().sessions.end()) {
+  SessionPairs* pairs = FindSession(address.session_id);
+  if (pairs == nullptr) {
     LOG_AT(kFailure, "Invalid session_id was passed to execute function %d",
            static_cast<int>(address.session_id));
     return false;
   }
-  const auto found = session->second.find(address.pair);
-  if (found == session->second.end()) {
+  const orvd_start_state* state = FindPair(pairs, address.pair);
+  if (state == nullptr) {
     LOG_AT(kFailure, "No Session %u with 0x%08x::%u", address.session_id, opcode, ssid);
     return false;
   }
-  if (found->second != ORVD_READY) {
+  if (*state != ORVD_READY) {
     LOG_AT(kFailure, "Session %u with 0x%08x::%u not ready", address.session_id, opcode, ssid);
     return false;
   }

@@ -22,7 +22,7 @@ void AnswerEnd(uint32_t session_id, const EndCount& count) {
 
 bool IsOpenOrAnswered(uint32_t session_id) {
   const MutexLock lock(Sessions().mutex);
-  if (Sessions().sessions.count(session_id) != 0) {
+  if (FindSession(session_id) != nullptr) {
     return true;
   }
   LOG_AT(kWarning, "Session %u is not active; ignoring", session_id);
@@ -47,35 +47,37 @@ void EndPair(uint32_t session_id, const SessionPair& pair, const ReadyEntry& ent
   const auto [opcode, ssid] = pair;
   LOG_AT(kProgress, "Trying to end session %u with 0x%08x::%u", session_id, opcode, ssid);
   const MutexLock lock(Sessions().mutex);
-  SessionPairs& pairs = Sessions().sessions[session_id];
-  const auto found = pairs.find(pair);
-  if (found == pairs.end()) {
+  SessionPairs* pairs = FindOrOpenSession(session_id);
+  if (FindPair(pairs, pair) == nullptr) {
     LOG_AT(kWarning, "Session %u with 0x%08x::%u is not active; ignoring", session_id, opcode,
            ssid);
     ++count.failed;
   } else if (TerminatePair(session_id, pair, entry, count)) {
-    pairs.erase(found);
+    pairs->erase(pair);
   }
 }
 
 void EndWholeSession(uint32_t session_id, EndCount& count) {
   const MutexLock lock(Sessions().mutex);
-  SessionPairs& pairs = Sessions().sessions[session_id];
-  for (const auto& [pair, state] : pairs) {
+  SessionPairs* pairs = FindOrOpenSession(session_id);
+  if (pairs == nullptr) {
+    return;
+  }
+  for (const auto& [pair, state] : *pairs) {
     const auto entry = FindReadyEntry(pair.first);
     if (entry) {
       InformEnd(session_id, pair, *entry, count);
     }
   }
-  pairs.clear();
+  pairs->clear();
 }
 
 void DropEmptySession(uint32_t session_id) {
   const MutexLock lock(Sessions().mutex);
-  const auto found = Sessions().sessions.find(session_id);
-  if (found != Sessions().sessions.end() && found->second.empty()) {
+  const SessionPairs* pairs = FindSession(session_id);
+  if (pairs != nullptr && pairs->empty()) {
     LOG_AT(kProgress, "Session %u completely ended", session_id);
-    Sessions().sessions.erase(found);
+    Sessions().sessions.erase(session_id);
   }
 }
 

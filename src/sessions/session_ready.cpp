@@ -12,7 +12,7 @@ namespace {
 
 bool IsOpen(uint32_t session_id) {
   const MutexLock lock(Sessions().mutex);
-  if (Sessions().sessions.count(session_id) != 0) {
+  if (FindSession(session_id) != nullptr) {
     return true;
   }
   LOG_AT(kFailure, "Invalid session_id was passed to handle_session_ready %d",
@@ -25,20 +25,19 @@ bool IsOpen(uint32_t session_id) {
 bool MakeReady(uint32_t session_id, int service_id, const SessionPair& pair,
                const ReadyEntry& entry) REQUIRES(Sessions().mutex) {
   const auto [opcode, ssid] = pair;
-  SessionPairs& pairs = Sessions().sessions[session_id];
-  const auto found = pairs.find(pair);
-  if (found == pairs.end()) {
+  orvd_start_state* state = FindPair(FindOrOpenSession(session_id), pair);
+  if (state == nullptr) {
     LOG_AT(kFailure, "Session %u with 0x%08x::%u not started before ready call", session_id, opcode,
            ssid);
     return false;
   }
-  if (found->second == ORVD_READY) {
+  if (*state == ORVD_READY) {
     LOG_AT(kFailure, "Session %u with 0x%08x::%u already in ready state", session_id, opcode, ssid);
     return false;
   }
   CallSessionState(service_id, {ORVD_SESSION_READY, opcode, ssid, session_id}, entry.state_callback,
                    entry.user_data);
-  found->second = ORVD_READY;
+  *state = ORVD_READY;
   return true;
 }
 

@@ -24,10 +24,10 @@ struct StartRequest {
 
 void OpenSession(uint32_t session_id) {
   const MutexLock lock(Sessions().mutex);
-  if (Sessions().sessions.count(session_id) == 0) {
+  if (FindSession(session_id) == nullptr) {
     LOG_AT(kProgress, "Trying to create new session %u", session_id);
-    Sessions().sessions.try_emplace(session_id);
   }
+  FindOrOpenSession(session_id);
 }
 
 void StartAbsentPair(StartRequest& request, SessionPairs& pairs, const SessionPair& pair,
@@ -47,11 +47,15 @@ void StartAbsentPair(StartRequest& request, SessionPairs& pairs, const SessionPa
 
 void StartSupportedPair(StartRequest& request, const SessionPair& pair, const ReadyEntry& entry) {
   const MutexLock lock(Sessions().mutex);
-  SessionPairs& pairs = Sessions().sessions[request.session_id];
-  const auto found = pairs.find(pair);
-  if (found == pairs.end()) {
-    StartAbsentPair(request, pairs, pair, entry);
-  } else if (found->second == ORVD_READY) {
+  SessionPairs* pairs = FindOrOpenSession(request.session_id);
+  if (pairs == nullptr || ThisThreadIsOutdated()) {
+    ++request.failed;  // the service has deinitialised: nobody would ever make the pair ready
+    return;
+  }
+  const orvd_start_state* state = FindPair(pairs, pair);
+  if (state == nullptr) {
+    StartAbsentPair(request, *pairs, pair, entry);
+  } else if (*state == ORVD_READY) {
     LOG_AT(kWarning, "Session %u with 0x%08x::%u already active", request.session_id, pair.first,
            pair.second);
     ++request.duplicate;
@@ -60,7 +64,7 @@ void StartSupportedPair(StartRequest& request, const SessionPair& pair, const Re
     // that a third one starts it afresh.
     LOG_AT(kWarning, "Session %u with 0x%08x::%u never received ready_session. Resetting",
            request.session_id, pair.first, pair.second);
-    pairs.erase(found);
+    pairs->erase(pair);
     ++request.failed;
   }
 }

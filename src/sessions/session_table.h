@@ -2,12 +2,11 @@
 
 #pragma once
 
-#include <json/value.h>
-
 #include <cstdint>
 #include <map>
 #include <utility>
 
+#include "link/connection.h"
 #include "link/mutex.h"
 
 enum orvd_start_state : int {
@@ -18,11 +17,33 @@ enum orvd_start_state : int {
 using SessionPair = std::pair<uint32_t, uint32_t>;  // opcode, subsystem id
 using SessionPairs = std::map<SessionPair, orvd_start_state>;
 
-// All users run on a receive thread. The session mutex is held around the session-state callbacks
-// of start, ready, end and termination.
+struct Session {
+  Generation generation = 0;  // the last one that asked for a start in this session
+  SessionPairs pairs;
+};
+
+// The session mutex is held around the session-state callbacks of start, ready, end and
+// termination.
 struct SessionTable {
   Mutex mutex;
-  std::map<uint32_t, SessionPairs> sessions GUARDED_BY(mutex);
+  std::map<uint32_t, Session> sessions GUARDED_BY(mutex);
 };
 
 SessionTable& Sessions();
+
+// The pairs of an open session; null when it is not open. Sessions noted as lost are not open for a
+// later generation. Sessions of a later generation are not open for an outdated receive thread.
+SessionPairs* FindSession(uint32_t session_id) REQUIRES(Sessions().mutex);
+// The same, and opens the session when it is not open. Null for an outdated receive thread when a
+// later generation has opened the session.
+SessionPairs* FindOrOpenSession(uint32_t session_id) REQUIRES(Sessions().mutex);
+
+// The state of a started pair; null when the pair is not started, or there are no pairs.
+orvd_start_state* FindPair(SessionPairs* pairs, const SessionPair& pair);
+
+// Removes the sessions of this generation and of earlier ones, without a callback.
+void ForgetSessions(Generation generation) REQUIRES(Sessions().mutex);
+
+// The Manager has closed the connection on which this generation's sessions were opened. Any
+// thread; takes no lock.
+void NoteSessionsLost(Generation generation);

@@ -32,14 +32,16 @@ int terminate_sessions() {
   uint32_t last_session_id = 0;
   {
     const MutexLock lock(Sessions().mutex);
-    if (ThisThreadIsSuperseded()) {
-      return -1;  // what is open now was opened on another connection
+    if (ThisThreadIsOutdated()) {
+      return -1;  // the service has forgotten these sessions: it deinitialised in the callback
     }
-    for (const auto& [session_id, pairs] : Sessions().sessions) {
-      last_session_id = session_id;
-      TerminateAllPairs(session_id, pairs, count);
+    for (const auto& [session_id, session] : Sessions().sessions) {
+      if (session.generation <= ServedGeneration()) {
+        last_session_id = session_id;
+        TerminateAllPairs(session_id, session.pairs, count);
+      }
     }
-    Sessions().sessions.clear();
+    ForgetSessions(ServedGeneration());
   }
   LogEnded(last_session_id, count);
   return count.ended >= 1 ? 0 : -1;

@@ -77,7 +77,7 @@ extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
   static auto* const next = Next(&socket, "socket");
-  return type == SOCK_SEQPACKET && Fails(Call::kSocket) ? -1 : next(domain, type, protocol);
+  return (type & ~SOCK_CLOEXEC) == SOCK_SEQPACKET && Fails(Call::kSocket) ? -1 : next(domain, type, protocol);
 }
 
 ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* address,

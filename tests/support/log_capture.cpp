@@ -16,6 +16,7 @@ struct Capture {
   std::mutex mutex;
   std::condition_variable changed;
   std::vector<LogLine> lines;
+  std::function<void(const std::string&)> hook;
 
   size_t Count(const std::string& text) const {
     return static_cast<size_t>(std::count_if(
@@ -27,6 +28,17 @@ struct Capture {
 Capture& TheCapture() {
   static Capture& capture = *new Capture;
   return capture;
+}
+
+void CallHook(const char* text) {
+  std::function<void(const std::string&)> hook;
+  {
+    const std::lock_guard<std::mutex> lock(TheCapture().mutex);
+    hook = TheCapture().hook;
+  }
+  if (hook) {
+    hook(text);
+  }
 }
 
 }  // namespace
@@ -41,6 +53,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
   va_start(args, fmt);
   const int length = vasprintf(&text, fmt, args);
   va_end(args);
+  CallHook(text);
   const std::lock_guard<std::mutex> lock(TheCapture().mutex);
   TheCapture().lines.push_back({prio, text});
   TheCapture().changed.notify_all();
@@ -68,6 +81,11 @@ std::string LogText() {
 void ClearLog() {
   const std::lock_guard<std::mutex> lock(TheCapture().mutex);
   TheCapture().lines.clear();
+}
+
+void SetLogHook(std::function<void(const std::string&)> hook) {
+  const std::lock_guard<std::mutex> lock(TheCapture().mutex);
+  TheCapture().hook = std::move(hook);
 }
 
 size_t CountLogged(const std::string& text) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ std::vector<LogLine> Log();
 // Their texts, one a line.
 std::string LogText();
 void ClearLog();
+// Called with each line before it is recorded, on the thread that logs it. Empty again: no more.
+void SetLogHook(std::function<void(const std::string& text)> hook);
 size_t CountLogged(const std::string& text);
 // Waits until exactly this line has been logged.
 bool WaitLogged(const std::string& text,

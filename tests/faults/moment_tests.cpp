@@ -1,0 +1,392 @@
+// One thread is held at some moment while another thread of the service acts. Afterwards a session
+// of the same id must start, become ready, run one task and end, and nothing else may be left.
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+
+#include "link/connection.h"
+#include "support/service_fixture.h"
+
+namespace {
+
+constexpr uint32_t kOpcode = 0x10;
+constexpr uint32_t kSession = 9;
+
+// Holds the first thread that comes to a place, which is a part of a log line or a name, or that
+// thread's n-th lock of a mutex behind the place.
+class Gate {
+ public:
+  void Await(const std::string& place, int locks) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    place_ = place;
+    locks_ = locks;
+    thread_ = 0;
+    state_ = State::kAwaiting;
+  }
+  void Pass(const std::string& text) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      const bool is_there = text.find(place_) != std::string::npos;
+      if (IsCounting() && (is_there || text == "Waiting for recv from server")) {
+        Miss();
+      } else if (is_there && state_ == State::kAwaiting && thread_ == 0) {
+        thread_ = gettid();
+        counter.locks_left = locks_ + 1;
+      } else {
+        return;
+      }
+    }
+    PassLock();
+  }
+  void PassLock() {
+    if (counter.locks_left > 0 && --counter.locks_left == 0) {
+      counter.locks_left = -1;
+      state_ = State::kHolding;
+      Eventually([this] { return state_ == State::kOpen; });
+    }
+  }
+  // Whether this thread is on its way.
+  static bool IsCounting() { return counter.locks_left >= 0; }
+  // Whether a thread is held. It is not when the place has fewer locks behind it.
+  bool IsReached() const {
+    EXPECT_TRUE(Eventually([this] { return state_ != State::kAwaiting; }));
+    return state_ == State::kHolding;
+  }
+  void Open() { state_ = State::kOpen; }
+  bool ThreadEnds() const {
+    const std::string thread = "/proc/self/task/" + std::to_string(thread_);
+    return Eventually([&] { return !std::filesystem::exists(thread); });
+  }
+
+ private:
+  enum class State { kAwaiting, kHolding, kMissed, kOpen };
+  struct Counter {
+    int locks_left = -1;
+    ~Counter();
+  };
+  static thread_local Counter counter;
+
+  void Miss() {
+    counter.locks_left = -1;
+    state_ = State::kMissed;
+  }
+
+  std::mutex mutex_;
+  std::string place_;
+  int locks_ = 0;
+  std::atomic<pid_t> thread_{0};
+  std::atomic<State> state_{State::kOpen};
+};
+thread_local Gate::Counter Gate::counter;
+Gate& gate = *new Gate;
+
+Gate::Counter::~Counter() {
+  if (locks_left >= 0) {
+    gate.Miss();
+  }
+}
+
+bool IsInLibrary(const void* code) {
+  Dl_info info{};
+  return dladdr(code, &info) != 0 && strstr(info.dli_fname, "liborvex2_0") != nullptr;
+}
+
+// Session events and notifications, each as the digit of its type.
+std::mutex events_mutex;
+std::string events;
+
+int OnEvent(int /*service_id*/, orvd_req_t* req, void* /*user_data*/) {
+  const std::string type = std::to_string(req->type);
+  {
+    const std::lock_guard<std::mutex> lock(events_mutex);
+    events += type;
+  }
+  gate.Pass("event " + type);
+  return 0;
+}
+
+int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
+  gate.Pass("task runs");
+  call->result = "\"done\":1";
+  return 0;
+}
+
+int Register(uint32_t opcode) {
+  return _orvd_svc_register_auth(kServiceId, opcode, ApiBlob(opcode, {1, 2}).c_str(), "t");
+}
+int Ready(uint32_t opcode) {
+  gate.Pass("readiness begins");
+  return _orvd_svc_ready(kServiceId, opcode, OnEvent, nullptr, RunTask);
+}
+
+// Long enough for a call that has nothing to wait for.
+void WaitAWhile(const std::function<bool()>& condition) {
+  for (int i = 0; i < 100 && !condition(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+// A call on a thread of its own, for it may never return.
+using Over = std::shared_ptr<std::atomic<bool>>;
+Over Begin(std::function<void()> call) {
+  auto over = std::make_shared<std::atomic<bool>>(false);
+  std::thread([call = std::move(call), over] {
+    call();
+    *over = true;
+  }).detach();
+  WaitAWhile([&] { return over->load(); });
+  return over;
+}
+
+struct Moment {
+  const char* name;
+  const char* trigger;
+  const char* place;
+  int first_lock = 0;
+  friend std::ostream& operator<<(std::ostream& out, const Moment& moment) {
+    return out << moment.name;
+  }
+};
+bool HasReconnected() {
+  return LogText().find("reconnected to manager") != std::string::npos;
+}
+
+constexpr Moment kMoments[] = {
+    {"LossRead", "loss", "Communication with manager failed"},
+    {"Terminated", "loss", "event 0"},
+    {"EndTold", "loss", "event 3"},
+    {"Reconnecting", "away", "(connection failed"},
+    {"Reconnected", "loss", "event 1"},
+    {"Start", "start", "Client received"},
+    {"Ready", "ready", "Client received"},
+    {"End", "end", "Client received"},
+    {"Task", "task", "Client received"},
+    {"TaskRuns", "task", "task runs"},
+    {"Notification", "notification", "Client received"},
+    {"Registering", "registration", "json is"},
+    {"RegistrationAnswer", "registration", "Client received"},
+    {"PairAdded", "registration", "Successfully authed"},
+    {"Readying", "readiness", "readiness begins", 2},
+    {"ReadinessAnswer", "readiness", "Client received"},
+};
+const std::string kActions[] = {"Deinit", "InitAgain", "Ready", "Register", "Loss"};
+
+class HeldServiceTest : public ServiceTest {
+ protected:
+  HeldServiceTest() {
+    SetDebugLevel(4);
+    SetLogHook([](const std::string& line) { gate.Pass(line); });
+  }
+  ~HeldServiceTest() override { SetLogHook(nullptr); }
+
+  void InitAndOffer() {
+    orvd_svc_deinit(kServiceId);
+    ASSERT_TRUE(Eventually([] { return orvd_svc_init() == kServiceId; }));
+    ASSERT_EQ(Register(kOpcode) + Ready(kOpcode), 0);
+    peer.SkipAll();
+  }
+  // A session whose connection was not lost survives; the Manager ends it first.
+  void Open(bool survives) {
+    if (survives) {
+      peer.Send(SessionMessage("end_session", kSession, kOpcode, {1}));
+      ASSERT_TRUE(peer.NextOf("end_session"));
+    }
+    peer.Send(SessionMessage("start_session", kSession, kOpcode, {1}));
+    EXPECT_THAT(Next("start_session"), testing::HasSubstr("Success"));
+    peer.Send(SessionMessage("ready_session", kSession, kOpcode, {1}));
+  }
+  std::string Next(const std::string& kind, orvd::Milliseconds limit = orvd::kPatience);
+  void UseAndEnd();
+};
+
+class MomentTest : public HeldServiceTest,
+                   public testing::WithParamInterface<std::tuple<Moment, std::string>> {
+ protected:
+  void Trigger(const std::string& trigger);
+  void Act(const std::string& action, bool survives);
+  bool TryAt(int locks);
+
+  Over call_ = std::make_shared<std::atomic<bool>>(true);
+  uint32_t opcode_ = 0x1000;  // of the calls under way; a pending one keeps its opcode
+};
+
+void MomentTest::Trigger(const std::string& trigger) {
+  if (trigger == "loss") {
+    peer.HangUp();
+  } else if (trigger == "away") {
+    peer.StopListening();
+    peer.HangUp();
+  } else if (trigger == "start" || trigger == "ready" || trigger == "end") {
+    peer.Send(SessionMessage(trigger + "_session", kSession, kOpcode, {1}));
+  } else if (trigger == "task") {
+    peer.Send(TaskMessage(kSession, kOpcode, 1, 1));
+  } else if (trigger == "notification") {
+    peer.Send(R"({"req_type":"permission_change"})");
+  } else {
+    const auto call = trigger == "readiness" ? Ready : Register;
+    call_ = Begin([call, opcode = opcode_] { call(opcode); });
+  }
+}
+
+void MomentTest::Act(const std::string& action, bool survives) {
+  if (action == "Deinit") {
+    orvd_svc_deinit(kServiceId);
+  } else if (action == "InitAgain") {
+    InitAndOffer();
+    Open(survives);
+  } else if (action == "Loss") {
+    peer.HangUp();
+  } else {
+    (action == "Ready" ? Ready : Register)(opcode_ + 1);
+  }
+}
+
+// The next message of this kind; not the answer of the task that the trigger began.
+std::string HeldServiceTest::Next(const std::string& kind, orvd::Milliseconds limit) {
+  auto message = peer.NextOf(kind, limit);
+  if (message && message->find(R"("transac_id":1,)") != std::string::npos) {
+    message = peer.NextOf(kind, limit);
+  }
+  return message.value_or("none");
+}
+
+void HeldServiceTest::UseAndEnd() {
+  peer.Send(TaskMessage(kSession, kOpcode, 1, 2));
+  EXPECT_THAT(Next("exec_task"), testing::HasSubstr(R"("transac_id":2,)"));
+  peer.Send(R"({"req_type":"permission_change"})");
+  peer.Send(SessionMessage("end_session", kSession, kOpcode, {1}));
+  EXPECT_THAT(Next("end_session"), testing::HasSubstr("Success"));
+  EXPECT_EQ(Next("exec_task", orvd::Milliseconds(0)), "none");
+  const std::lock_guard<std::mutex> lock(events_mutex);
+  events.erase(std::remove_if(events.begin(), events.end(), [](char c) { return c < '2'; }),
+               events.end());
+  // Start, ready, one notification for the one ready opcode, end.
+  EXPECT_EQ(events.substr(std::min(events.size(), events.rfind('2'))), "2643");
+}
+
+// False when the moment has no such lock.
+bool MomentTest::TryAt(int locks) {
+  const auto& [moment, action] = GetParam();
+  const std::string trigger = moment.trigger;
+  InitAndOffer();
+  Open(false);
+  if (trigger == "start") {
+    peer.Send(SessionMessage("end_session", kSession, kOpcode, {1}));
+  } else if (trigger == "ready") {
+    peer.Send(SessionMessage("end_session", kSession, kOpcode, {1}));
+    peer.Send(SessionMessage("start_session", kSession, kOpcode, {1}));
+  }
+  Settle();
+  gate.Await(moment.place, locks);
+  Trigger(trigger);
+  const bool reached = gate.IsReached();
+  peer.Listen();
+  const bool survives = trigger != "loss" && trigger != "away" && action != "Loss";
+  Over acted;
+  if (reached) {
+    acted = Begin([this, action = action, survives] { Act(action, survives); });
+  }
+  gate.Open();
+  WaitAWhile([this] { return call_->load(); });
+  if (reached && (action == "Deinit" || action == "InitAgain")) {
+    EXPECT_TRUE(Eventually([&] { return acted->load(); }));
+  }
+  if (!reached || action != "InitAgain") {
+    InitAndOffer();
+    Open(survives || !reached);
+  }
+  UseAndEnd();
+  for (const uint32_t opcode : {opcode_, opcode_ + 1}) {
+    EXPECT_FALSE(is_service_supported(opcode, 1) || is_service_supported(opcode, 2));
+  }
+  opcode_ += 2;
+  return reached;
+}
+
+TEST_P(MomentTest, TheNextSessionServesAndNothingIsLeft) {
+  const int first = std::get<0>(GetParam()).first_lock;
+  int locks = first;
+  while (TryAt(locks) && !HasFailure()) {
+    ++locks;
+  }
+  EXPECT_GT(locks, first) << "failed behind " << locks << " locks";
+}
+
+INSTANTIATE_TEST_SUITE_P(, MomentTest,
+                         testing::Combine(testing::ValuesIn(kMoments), testing::ValuesIn(kActions)),
+                         [](const auto& row) {
+                           return std::get<0>(row.param).name + std::get<1>(row.param);
+                         });
+
+// The connection of a reconnection is lost before anybody reads it; the receive thread of the
+// initialisation that takes it over reconnects once more before the request is sent.
+TEST_F(HeldServiceTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
+  bool reached = true;
+  for (int locks = 0; reached; ++locks) {
+    SCOPED_TRACE(locks);
+    ClearLog();
+    InitAndOffer();
+    peer.HangUp();
+    ASSERT_TRUE(Eventually([] { return HasReconnected(); }));
+    ASSERT_TRUE(peer.WaitConnected());
+    peer.HangUp();
+    orvd_svc_deinit(kServiceId);
+    ClearLog();
+    gate.Await("ORVEX service init", locks);
+    const Over init = Begin(orvd_svc_init);
+    reached = gate.IsReached();
+    WaitAWhile(HasReconnected);
+    gate.Open();
+    ASSERT_TRUE(Eventually([&] { return init->load(); }));
+    InitAndOffer();
+    Open(false);
+    UseAndEnd();
+  }
+}
+
+TEST_F(HeldServiceTest, TheDescriptorOfALostConnectionIsClosedBeforeTheServiceIsTold) {
+  InitAndOffer();
+  const long before = CountEntries("/proc/self/fd");
+  gate.Await("event 1", 0);
+  peer.HangUp();
+  ASSERT_TRUE(gate.IsReached() && peer.WaitConnected());
+  EXPECT_EQ(CountEntries("/proc/self/fd"), before);
+  gate.Open();
+}
+
+TEST_F(HeldServiceTest, SessionsSurviveWhatIsNoLoss) {
+  for (const bool reset : {false, true}) {
+    SCOPED_TRACE(reset);
+    const long threads = Threads();
+    InitAndOffer();
+    Open(reset);
+    Settle();
+    if (reset) {
+      peer.StopReading();
+      orvd_send_to_manager_raw("unread");
+      ASSERT_TRUE(peer.HangUpWithReset());
+      peer.ResumeReading();
+      ASSERT_TRUE(WaitForThreads(threads));
+    }
+    InitAndOffer();
+    UseAndEnd();
+  }
+}
+
+}  // namespace
+
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+  static auto* const next =
+      reinterpret_cast<int (*)(pthread_mutex_t*)>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+  if (Gate::IsCounting() && IsInLibrary(__builtin_return_address(0))) {
+    gate.PassLock();
+  }
+  return next(mutex);
+}
