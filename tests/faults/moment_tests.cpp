@@ -118,12 +118,16 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
   return 0;
 }
 
-int Register(uint32_t opcode) {
-  return _orvd_svc_register_auth(kServiceId, opcode, ApiBlob(opcode, {1, 2}).c_str(), "t");
+// Each initialisation has an id of its own, so that a call that comes late is refused.
+std::atomic<int> next_id{kServiceId};
+
+int Register(int id, uint32_t opcode) {
+  return _orvd_svc_register_auth(static_cast<uint32_t>(id), opcode, ApiBlob(opcode, {1, 2}).c_str(),
+                                 "t");
 }
-int Ready(uint32_t opcode) {
+int Ready(int id, uint32_t opcode) {
   gate.Pass("readiness begins");
-  return _orvd_svc_ready(kServiceId, opcode, OnEvent, nullptr, RunTask);
+  return _orvd_svc_ready(static_cast<uint32_t>(id), opcode, OnEvent, nullptr, RunTask);
 }
 
 // Long enough for a call that has nothing to wait for.
@@ -183,13 +187,20 @@ class HeldServiceTest : public ServiceTest {
   HeldServiceTest() {
     SetDebugLevel(4);
     SetLogHook([](const std::string& line) { gate.Pass(line); });
+    peer.SetRule("INIT", [](const std::string& /*request*/) {
+      return R"({"req_type":"INIT","service_id":)" + std::to_string(++next_id) + "}";
+    });
   }
-  ~HeldServiceTest() override { SetLogHook(nullptr); }
+  ~HeldServiceTest() override {
+    SetLogHook(nullptr);
+    Deinit();
+  }
+  int Deinit() const { return orvd_svc_deinit(static_cast<unsigned>(id_)); }
 
   void InitAndOffer() {
-    orvd_svc_deinit(kServiceId);
-    ASSERT_TRUE(Eventually([] { return orvd_svc_init() == kServiceId; }));
-    ASSERT_EQ(Register(kOpcode) + Ready(kOpcode), 0);
+    Deinit();
+    ASSERT_TRUE(Eventually([this] { return (id_ = orvd_svc_init()) >= 0; }));
+    ASSERT_EQ(Register(id_, kOpcode) + Ready(id_, kOpcode), 0);
     peer.SkipAll();
   }
   // A session whose connection was not lost survives; the Manager ends it first.
@@ -204,13 +215,15 @@ class HeldServiceTest : public ServiceTest {
   }
   std::string Next(const std::string& kind, orvd::Milliseconds limit = orvd::kPatience);
   void UseAndEnd();
+
+  std::atomic<int> id_{-1};
 };
 
 class MomentTest : public HeldServiceTest,
                    public testing::WithParamInterface<std::tuple<Moment, std::string>> {
  protected:
   void Trigger(const std::string& trigger);
-  void Act(const std::string& action, bool survives);
+  void Act(const std::string& action, int id, bool survives);
   bool TryAt(int locks);
 
   Over call_ = std::make_shared<std::atomic<bool>>(true);
@@ -231,20 +244,20 @@ void MomentTest::Trigger(const std::string& trigger) {
     peer.Send(R"({"req_type":"permission_change"})");
   } else {
     const auto call = trigger == "readiness" ? Ready : Register;
-    call_ = Begin([call, opcode = opcode_] { call(opcode); });
+    call_ = Begin([call, id = id_.load(), opcode = opcode_] { call(id, opcode); });
   }
 }
 
-void MomentTest::Act(const std::string& action, bool survives) {
+void MomentTest::Act(const std::string& action, int id, bool survives) {
   if (action == "Deinit") {
-    orvd_svc_deinit(kServiceId);
+    Deinit();
   } else if (action == "InitAgain") {
     InitAndOffer();
     Open(survives);
   } else if (action == "Loss") {
     peer.HangUp();
   } else {
-    (action == "Ready" ? Ready : Register)(opcode_ + 1);
+    (action == "Ready" ? Ready : Register)(id, opcode_ + 1);
   }
 }
 
@@ -291,11 +304,12 @@ bool MomentTest::TryAt(int locks) {
   const bool survives = trigger != "loss" && trigger != "away" && action != "Loss";
   Over acted;
   if (reached) {
-    acted = Begin([this, action = action, survives] { Act(action, survives); });
+    acted =
+        Begin([this, action = action, id = id_.load(), survives] { Act(action, id, survives); });
   }
   gate.Open();
   WaitAWhile([this] { return call_->load(); });
-  if (reached && (action == "Deinit" || action == "InitAgain")) {
+  if (reached && action != "Ready" && action != "Register") {
     EXPECT_TRUE(Eventually([&] { return acted->load(); }));
   }
   if (!reached || action != "InitAgain") {
@@ -337,10 +351,10 @@ TEST_F(HeldServiceTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
     ASSERT_TRUE(Eventually([] { return HasReconnected(); }));
     ASSERT_TRUE(peer.WaitConnected());
     peer.HangUp();
-    orvd_svc_deinit(kServiceId);
+    Deinit();
     ClearLog();
     gate.Await("ORVEX service init", locks);
-    const Over init = Begin(orvd_svc_init);
+    const Over init = Begin([this] { id_ = orvd_svc_init(); });
     reached = gate.IsReached();
     WaitAWhile(HasReconnected);
     gate.Open();
@@ -362,9 +376,9 @@ TEST_F(HeldServiceTest, TheDescriptorOfALostConnectionIsClosedBeforeTheServiceIs
 }
 
 TEST_F(HeldServiceTest, SessionsSurviveWhatIsNoLoss) {
+  const long threads = Threads();
   for (const bool reset : {false, true}) {
     SCOPED_TRACE(reset);
-    const long threads = Threads();
     InitAndOffer();
     Open(reset);
     Settle();
