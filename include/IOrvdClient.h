@@ -96,7 +96,8 @@ ORVD_EXPORT void orvd_log_marker(const char* text);
 //
 // `api_def`: the seven bytes "\x01" "ORVEX" "\x01" (may be left out), the version byte 2, then JSON
 // text: an object with an object "Orvex", holding "opcode" (hexadecimal text) and "subsystems" (a
-// list of objects with an "id"). The JSON travels to the Manager as it stands.
+// list of objects with an "id"). Null counts as missing. The JSON travels to the Manager as it
+// stands.
 // Returns 0; -1 unsupported version, definition that does not parse or has members of the wrong
 // kind, not sent, or refused; -2 null `api_def` or `token`, foreign `service_id`, or another opcode
 // in the definition; -3 not initialised.

@@ -107,7 +107,8 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 // scalar in the place of a list is an empty list. They throw the JSON library's exceptions for
 // any other value of the wrong kind outside of "value" (a list or an object for a text or a
 // number, a text for a number, a scalar for an object, an object for a list) and for an "id" or
-// "num_of_args" beyond 32 bits; on the receive thread such an exception ends the process.
+// "num_of_args" beyond 32 bits; on the receive thread such an exception ends the process. A JSON
+// library that is built without exceptions aborts instead.
 
 // Decodes "func" of a whole "exec_task" message into `info`, which it resets first (old queues are
 // not deleted). After -1 the arguments before the refused one are still queued; the caller clears

@@ -1,4 +1,7 @@
 // Reads members of the Manager's messages without copying subtrees.
+//
+// A value of the wrong kind makes jsoncpp throw, or abort where jsoncpp is built without exceptions.
+// On the receive thread both end the process.
 
 #pragma once
 
@@ -9,7 +12,7 @@
 #include <string_view>
 
 // The member, or null when the object has none. As with jsoncpp's own access, anything but an
-// object or null has no members to ask for and throws Json::LogicError.
+// object or null is of the wrong kind.
 const Json::Value* FindMember(const Json::Value& object, std::string_view name);
 
 // The member converted as jsoncpp converts, or `fallback` when there is no such member.
@@ -21,8 +24,8 @@ uint32_t UintMember(const Json::Value& object, std::string_view name);
 // is.
 bool ReadUintMember(const Json::Value& object, std::string_view name, uint32_t& value);
 
-// `value` as a list to walk: a scalar is an empty one, an object throws Json::LogicError unless it
-// is empty.
+// `value` as a list to walk: a scalar is an empty one, an object is of the wrong kind unless it is
+// empty.
 const Json::Value& AsList(const Json::Value& value);
 bool IsEmptyList(const Json::Value& list);
 // The member as a list; a missing one is empty.

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "IOrvdClient.h"
 #include "link/json_members.h"
@@ -16,9 +18,16 @@ namespace {
 
 constexpr std::string_view kMarker = "\x01ORVEX\x01";
 
+// The parser throws when a thousand levels are nested. Deliberate: catches std::exception rather
+// than Json::Exception, because a jsoncpp built without exceptions has no such type to link to.
 bool ParseObject(const char* json, Json::Value& root, std::string& error) {
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  if (!reader->parse(json, json + strlen(json), &root, &error)) {
+  try {
+    if (!reader->parse(json, json + strlen(json), &root, &error)) {
+      return false;
+    }
+  } catch (const std::exception& exception) {
+    error = exception.what();
     return false;
   }
   if (!root.isObject()) {
@@ -28,29 +37,30 @@ bool ParseObject(const char* json, Json::Value& root, std::string& error) {
   return true;
 }
 
+bool IsSubsystem(const Json::Value& element) {
+  return element.isObject() && element["id"].isConvertibleTo(Json::uintValue);
+}
+
+// Whether ReadMembers can read all that it reads. A member that is missing or null stands for an
+// empty one. Every kind is tested before it is read, because a jsoncpp built without exceptions
+// aborts on a wrong one.
+bool HasMembersOfRightKind(const Json::Value& orvex) {
+  if (!orvex.isObject() && !orvex.isNull()) {
+    return false;
+  }
+  const Json::Value& subsystems = orvex["subsystems"];
+  return orvex["opcode"].isConvertibleTo(Json::stringValue) &&
+         (subsystems.isArray() || subsystems.isNull()) &&
+         std::all_of(subsystems.begin(), subsystems.end(), IsSubsystem);
+}
+
 ApiDefinition ReadMembers(const Json::Value& orvex) {
   ApiDefinition definition;
   definition.opcode = TextMember(orvex, "opcode", "0");
-  for (const Json::Value& subsystem : ListMember(orvex, "subsystems")) {
+  for (const Json::Value& subsystem : orvex["subsystems"]) {
     definition.subsystems.push_back(UintMember(subsystem, "id"));
   }
   return definition;
-}
-
-// A member that is missing stands for an empty one; any other kind than the meant one is an error.
-bool HasMembersOfRightKind(const Json::Value& root) {
-  const Json::Value* orvex = FindMember(root, "Orvex");
-  if (orvex == nullptr) {
-    return true;
-  }
-  if (!orvex->isObject()) {
-    return false;
-  }
-  const Json::Value* subsystems = FindMember(*orvex, "subsystems");
-  return subsystems == nullptr ||
-         (subsystems->isArray() &&
-          std::all_of(subsystems->begin(), subsystems->end(),
-                      [](const Json::Value& subsystem) { return subsystem.isObject(); }));
 }
 
 }  // namespace
@@ -70,18 +80,14 @@ bool IsAcceptedVersion(unsigned char version) {
 }
 
 std::optional<ApiDefinition> ParseApiDefinition(const char* json, std::string& error) {
-  try {
-    Json::Value root;
-    if (!ParseObject(json, root, error)) {
-      return std::nullopt;
-    }
-    if (!HasMembersOfRightKind(root)) {
-      error = "The definition has members of the wrong kind";
-      return std::nullopt;
-    }
-    return ReadMembers(root["Orvex"]);
-  } catch (const Json::Exception& exception) {
-    error = exception.what();
+  Json::Value root;
+  if (!ParseObject(json, root, error)) {
     return std::nullopt;
   }
+  const Json::Value& orvex = std::as_const(root)["Orvex"];
+  if (!HasMembersOfRightKind(orvex)) {
+    error = "The definition has members of the wrong kind";
+    return std::nullopt;
+  }
+  return ReadMembers(orvex);
 }

@@ -1,4 +1,9 @@
-# Usage: exports_test.sh LIBRARY MAP NM. What is exported is what the map lists; six have C linkage.
+# Usage: exports_test.sh LIBRARY MAP NM. What is exported is what the map lists; six have C linkage. The library needs no
+# exception type of jsoncpp, which a jsoncpp built without exceptions lacks.
+needed=$("$3" -DC --undefined-only "$1" | grep -o 'Json::.*')
+printf 'Needed of jsoncpp:\n%s\n' "$needed"
+case $needed in '' | *Json::Exception* | *Json::LogicError* | *Json::RuntimeError*) exit 1 ;; esac
+
 listed=$(sed -n '/global:/,/local:/s/^ *\([A-Za-z_][A-Za-z_0-9]*\)\*\{0,1\};$/\1/p' "$2" | sort)
 exported=$("$3" -DC --defined-only "$1" | sed 's/^[0-9a-f]* . //; s/(.*//' | sort -u)
 with_c_linkage=$("$3" -D --defined-only "$1" | sed -n '/ _Z/d; s/^[0-9a-f]* [TWti] //p' | sort | xargs)

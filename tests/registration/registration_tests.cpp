@@ -28,8 +28,10 @@ TEST_F(RegistrationTest, RefusesADefinitionAndSendsNothing) {
       {"\x02", unread},
       {"\x02{\"Orvex\":[]}", unread},
       {"\x02{\"Orvex\":{\"opcode\":[]}}", unread},
+      {"\x02" + std::string(1001, '['), unread},
       {"\x02" + start + "5}}", unread},
       {"\x02" + start + "[{\"id\":-1}]}}", unread},
+      {"\x02" + start + "[null]}}", unread},
       {"\x02{\"Orvex\":{\"opcode\":\"1001\"}}",
        mismatch + "1001 (0x00004096) vs definition (0x00004097)\n"},
       {"\x02{}", mismatch + "0 (0x00004096) vs definition (0x00000000)\n"},
@@ -57,13 +59,19 @@ TEST_F(RegistrationTest, SendsTheDefinitionAsItStands) {
        {std::tuple{"\x01ORVEX\x01\x02", 4096U, R"({ "Orvex" : {"opcode":"0x1000"}, "more":[1] })"},
         {"\x02", 4096U, R"({"Orvex":{"opcode":"1000","subsystems":[]}} /* kept */)"},
         {"\x01ORV\x02", 4294967295U, R"({"Orvex":{"opcode":"ffffffff","subsystems":[{"id":3}]}})"},
-        {"\x02", 0U, R"({"Orvex":{}})"}}) {
+        {"\x02", 0U, R"({"Orvex":{}})"},
+        {"\x02", 0U, R"({"Orvex":null})"},
+        {"\x02", 0U, R"({"Orvex":{"opcode":null,"subsystems":null}})"},
+        {"\x02", 5U,
+         R"({"Orvex":{"opcode":5,"subsystems":[{"id":2.5},{"id":true},{"id":null},{}]}})"}}) {
     EXPECT_EQ(Register(opcode, std::string(head) + json, R"(a\tb)"), 0) << json;
     EXPECT_EQ(peer.NextOf("AUTH"), R"({"req_type":"AUTH","Service_Id":7,"Opcode":)" +
                                        std::to_string(opcode) + R"(,"api_def":)" + json +
                                        R"(,"Token":"a\tb"})");
   }
   EXPECT_TRUE(is_service_supported(4294967295U, 3) && !is_service_supported(4096, 3));
+  EXPECT_TRUE(is_service_supported(5, 2) && is_service_supported(5, 1) &&
+              is_service_supported(5, 0) && !is_service_supported(0, 0));
 }
 
 TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
