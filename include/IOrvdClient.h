@@ -16,8 +16,9 @@
 // orvd_svc_deinit and _orvd_svc_ready take the ready-table lock. A callback that is told of an
 // event without a lock should return at once all the same: nothing is read meanwhile.
 //
-// Tasks may call everything but orvd_svc_init and orvd_svc_deinit, queries included. A task does
-// not end with its session: its answer is sent all the same.
+// Tasks may call everything, queries included, but orvd_svc_init, orvd_svc_deinit and, with their
+// own arguments, ClearParamsFromQueues. A task does not end with its session: its answer is sent all
+// the same.
 //
 // Waiting. orvd_svc_init, _orvd_svc_register_auth and _orvd_svc_ready wait for the Manager's answer
 // without limit, also when the Manager goes away meanwhile. A service that cannot accept that

@@ -57,7 +57,7 @@ struct _orvex_call_info_t {
 
 // Runs one task on a thread of its own with a stack of 1 MiB, any number at once. `call` lives
 // until the answer is sent. `args` is a copy that shares its two maps with the library, which
-// deletes them after the function returns; the member maps of struct arguments are the function's
-// to delete (see orvex_args.h). The result is not used. An exception that leaves the function ends
-// the process.
+// deletes them after the function returns: the function must not, neither itself nor by
+// ClearParamsFromQueues. The member maps of struct arguments are the function's to delete (see
+// orvex_args.h). The result is not used. An exception that leaves the function ends the process.
 using orvd_task_function_t = int (*)(_orvex_call_info_t* call, orvex_func_call_info_t args);

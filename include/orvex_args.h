@@ -98,7 +98,8 @@ ORVD_EXPORT void value_QueueInsertion(orvex_func_call_info_t* info, int key,
                                       std::shared_ptr<ValuesInterface> value);
 
 // Deletes both queues, not the member maps of structs. `info` is a copy: the caller's pointers
-// dangle.
+// dangle. For records that the caller has filled itself. Never call it with the arguments that a
+// task function was given: the library deletes their queues when the function has returned.
 ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 
 // --- Decoders
