@@ -61,6 +61,12 @@ std::string Quoted(const std::string& text) {
   return Json::valueToQuotedString(text.c_str());
 }
 
+// The same, for what the library puts between quotation marks itself.
+std::string Escaped(const std::string& text) {
+  const std::string quoted = Quoted(text);
+  return quoted.substr(1, quoted.size() - 2);
+}
+
 // The functions write the body of the answer, or return false for arguments they cannot use.
 
 bool ReadTemperature(std::string& body) {
@@ -139,7 +145,7 @@ bool RunFunction(const orvex_func_call_info_t& args, std::string& body) {
 // Any number of these run at once, each on its own thread.
 int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   call->opcode = kOpcodeText;
-  call->name = args.func_name;
+  call->name = Escaped(args.func_name);  // the caller's own text
   if (!RunFunction(args, call->result)) {
     call->result = "-1";
     call->ret = -1;
