@@ -11,7 +11,7 @@
 #include "link/mutex.h"
 #include "link/pending_answer.h"
 
-inline constexpr std::chrono::nanoseconds kQueryLimit{3000000000};
+inline constexpr std::chrono::seconds kQueryLimit{3};
 
 // Record: `response` (shared vector of results), `cv`, `received`.
 template <typename Record>

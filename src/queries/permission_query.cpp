@@ -46,7 +46,8 @@ void ReadGrants(const Json::Value& list, std::vector<bool>& response) {
   for (const Json::Value& element : list) {
     const bool granted = std::stoi(element.asString()) != 0;
     response.push_back(granted);
-    LOG_AT(kAlways, "i = %d, permRes_meta_data response: %d", i++, granted ? 1 : 0);
+    LOG_AT(kAlways, "i = %d, permRes_meta_data response: %d", i, granted ? 1 : 0);
+    ++i;
   }
 }
 

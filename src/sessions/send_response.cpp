@@ -31,7 +31,9 @@ std::string FullAnswer(const _orvex_call_info_t& call) {
   answer += R"(","req_type":"exec_task","return":)";
   answer += std::to_string(call.ret);
   answer += R"(,"func":{)";
-  answer += failed ? "" : call.result;
+  if (!failed) {
+    answer += call.result;
+  }
   answer += R"(},"transac_id":)";
   answer += std::to_string(call.transac_id);
   answer += R"(,"status": )";

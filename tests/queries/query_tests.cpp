@@ -55,14 +55,15 @@ TEST_F(QueryTest, PermissionLinesAreAlwaysWrittenInfoLinesFromThree) {
   for (const int level : {3, 0}) {
     SCOPED_TRACE(level);
     Start(level);
-    Answer("PERMISSION", R"("PermRes":[1])");
+    Answer("PERMISSION", R"("PermRes":[0,1])");
     Answer("INFO_QUERY", R"("QueryInfosRes":["SUCCESS:1"])");
     orvd_permission_query(1, {"p"});
     orvd_info_query(1, {"i"});
     for (const char* line :
          {"permission: p", "Entry orvd_permission_query",
-          "waiting for response in orvd_permission_query", "size of permResp array: 1",
-          "Exit orvd_permission_query", "i = 0, permRes_meta_data response: 1"}) {
+          "waiting for response in orvd_permission_query", "size of permResp array: 2",
+          "i = 0, permRes_meta_data response: 0", "i = 1, permRes_meta_data response: 1",
+          "Exit orvd_permission_query"}) {
       EXPECT_EQ(CountLogged(line), 1U) << line;
     }
     for (const char* line : {"waiting for response in orvd_info_query", "size of result array: 1",
