@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <cinttypes>
-#include <cstdlib>
 #include <limits>
 #include <string>
 
