@@ -97,6 +97,9 @@ std::string Player::Run(const Step& step) {
   if (step.verb == "expect") {
     return Expect(step);
   }
+  if (step.verb == "exactly") {
+    return Exactly(step);
+  }
   if (step.verb == "task") {
     return Task(step);
   }
@@ -158,6 +161,11 @@ std::string Player::Expect(const Step& step) {
       return failure;
     }
   }
+}
+
+std::string Player::Exactly(const Step& step) {
+  const std::optional<std::string> message = peer_.Next();
+  return message == step.rest ? "" : Expected(step.rest, message.value_or("nothing"));
 }
 
 std::string Player::Task(const Step& step) {

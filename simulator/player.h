@@ -36,6 +36,7 @@ class Player {
   std::string Run(const Step& step);
   std::string Answer(const Step& step);
   std::string Expect(const Step& step);
+  std::string Exactly(const Step& step);
   std::string Task(const Step& step);
   std::string Result(const Step& step);
   std::string Rejected(const Step& step);

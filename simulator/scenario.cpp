@@ -24,6 +24,10 @@ bool NamesTask(const Step& step) {
   return step.json["transac_id"].isInt();
 }
 
+bool HasText(const Step& step) {
+  return !step.rest.empty();
+}
+
 bool NumbersTask(const Step& step) {
   return ReadInteger(step.kind).has_value();
 }
@@ -43,6 +47,7 @@ constexpr std::array kVerbs{Verb{"say", Takes::kText, Anything, ""},
                             Verb{"answer", Takes::kKindAndJson, Anything, ""},
                             Verb{"send", Takes::kJson, Anything, ""},
                             Verb{"expect", Takes::kKindAndJson, Anything, ""},
+                            Verb{"exactly", Takes::kText, HasText, "the text of a message"},
                             Verb{"task", Takes::kJson, NamesTask, "a number as transac_id"},
                             Verb{"result", Takes::kJson, NamesTask, "a number as transac_id"},
                             Verb{"rejected", Takes::kKind, NumbersTask, "the number of a task"},
@@ -148,6 +153,7 @@ What is waited for must come within 10 seconds, the service itself included.
   answer REDY {"result":0}
   answer KIND                       answer no such request any more
   expect KIND [{...}]               wait for the next message of this kind, or for this plain text (EXIT)
+  exactly TEXT                      wait for the next message, of any kind, and compare all of it
   send {...}                        send a message
   task {"transac_id":1,...}         send "exec_task"
   result {"transac_id":1,...}       wait for the answer of this task, in whatever order answers come
