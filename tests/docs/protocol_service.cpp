@@ -1,0 +1,64 @@
+// The service of docs/PROTOCOL.md: makes each call on SIGHUP, which it raises itself for the first;
+// prints the calls, what they return and what the callback has heard.
+
+#include <json/writer.h>
+
+#include <csignal>
+#include <iostream>
+
+#include "support/service_fixture.h"
+#include "support/taken_args.h"
+
+#define CALL(...)          \
+  AwaitTurn(#__VA_ARGS__); \
+  std::cout << testing::PrintToString(__VA_ARGS__) << "\n"
+
+namespace {
+
+sigset_t turns{};
+
+void AwaitTurn(const char* call) {
+  int signal = 0;
+  sigwait(&turns, &signal);
+  std::cout << call << "\n";
+}
+
+int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
+  const std::string queued = TakeArgs(args.typed_queue, args.value_queue);
+  const std::map<std::string, std::string> results{
+      {"echo", R"("queued":)" + Json::valueToQuotedString(queued.c_str())},
+      {"fail", "-1"},
+      {"ping", "pong"}};
+  call->opcode = "0x00000010";
+  call->name = args.func_name;
+  call->ret = args.func_name == "fail" ? -1 : 0;
+  call->result = results.at(args.func_name);
+  return 0;
+}
+
+}  // namespace
+
+int main() {
+  sigaddset(&turns, SIGHUP);
+  pthread_sigmask(SIG_BLOCK, &turns, nullptr);  // threads inherit it: before there are any
+  static_cast<void>(raise(SIGHUP));
+  SetTestProperty("ro.build.type", "eng");
+  SetTestProperty("vendor.orvex.one.service", "vendor.radioWarden");
+  SetTestProperty("vendor.orvex.one.markers", "true");
+  const char* api_def =
+      "\x01ORVEX\x01\x02"
+      R"({"Orvex":{"opcode":"0x10","subsystems":[{"id":1},{"id":2}]}})";
+  const auto callback = Recorder::Callback;
+  const auto task = RunTask;
+  auto* user_data = new Recorder;  // the receive thread may outlive main
+  CALL(orvd_svc_init());
+  CALL(_orvd_svc_register_auth(7, 16, api_def, "s3cr3t"));
+  CALL(_orvd_svc_ready(7, 16, callback, user_data, task));
+  CALL(orvd_permission_query(9, {"location", "camera"}));
+  CALL(orvd_info_query(9, {"client", "zone"}));
+  CALL(orvd_info_monitor(9, {"zone"}));
+  AwaitTurn(R"(orvd_log_marker("boot done"))");
+  orvd_log_marker("boot done");
+  CALL(orvd_svc_deinit(7));
+  std::cout << user_data->events() << std::flush;
+}
