@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Serves a service, the sensor hub unless said otherwise, with a Manager peer: two processes on the real socket path, in a
 # /dev of their own. The Manager dies at the end of the first scenario, and is back for the second.
-# usage: [EMULATOR=COMMAND] demo.sh BUILD_FOLDER [SERVICE SCENARIO SCENARIO_OF_THE_RETURN]
+# usage: [EMULATOR=COMMAND] [ORVD_SIM=PROGRAM] demo.sh BUILD_FOLDER [SERVICE SCENARIO SCENARIO_OF_THE_RETURN]
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
 read -ra emulator <<<"${EMULATOR:-}"
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+manager_program=${ORVD_SIM:-$build/simulator/orvd-sim}
 program=${2:-$build/examples/sensor_hub_service}
 scenario=${3:-$here/demo.scenario}
 scenario_of_the_return=${4:-$here/demo_return.scenario}
@@ -35,7 +36,7 @@ limited() {
 }
 
 play() {
-  limited "$build/simulator/orvd-sim" --color "$color" --pace "$pace" --summary "$summary" "$1" &
+  limited "$manager_program" --color "$color" --pace "$pace" --summary "$summary" "$1" &
   manager=$!
 }
 
