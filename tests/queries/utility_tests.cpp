@@ -38,9 +38,11 @@ TEST(Conversions, NumbersWithTheirRanges) {
                                      {"4294967296", 0, 0, ""},
                                      {"-1", 0, UINT_MAX, ""},
                                      {"18446744073709551616", -1, 99, kTooLarge},
+                                     {"0x10", 0, 0, ""},
                                      {"-", -1, 99, kNoNumber}});
   Check<unsigned long>(stoull_validation, {{"18446744073709551615", 0, ULONG_MAX, ""},
                                            {"18446744073709551616", -1, 99, kTooLarge},
+                                           {"0x10", 0, 0, ""},
                                            {"x", -1, 99, kNoNumber}});
 }
 
