@@ -1,36 +1,39 @@
-// A service without a socket: messages reach the dispatch as if received, and what is sent goes nowhere.
+// A service without a socket: packets reach the dispatch as if received, and what is sent goes nowhere.
 
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include <functional>
 #include <string>
 
-#include "orvex_args.h"
+#include "IOrvdClient.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-// Ends the process with `what` unless `holds`.
-void Require(bool holds, const char* what);
+// What a target does with an input. The service is as below before each.
+void TryInput(const std::string& input);
 
-// From now on sends fail, or succeed.
-void MakeSendsFail(bool fail);
-// How many queries have been sent.
-int QueriesSent();
-
+inline constexpr int32_t kServiceId = 7;
 inline constexpr uint32_t kOpcode = 0x10;       // ready, with the subsystems 1 and 2
 inline constexpr uint32_t kOtherOpcode = 0x20;  // to be registered and made ready
 inline constexpr uint32_t kSession = 9;         // open, with (kOpcode, 1) ready
 
-// The tables as described above, whatever was before.
-void ResetService();
+// What a thread does. The library starts threads for tasks alone.
+enum Role { kRunsTask, kHandlesPackets, kCalls };
+inline thread_local Role role = kRunsTask;
+inline bool sends_fail = false;
 
-// Handles one packet and the task that it may start. Only the exceptions that may end a service's
-// process are let pass; false when one of them did.
-bool Handle(const char* packet, size_t size);
+// Ends the process with `what` unless `holds`.
+void Require(bool holds, const char* what);
 
-// What must hold between two packets.
-void CheckService();
+// The service's callback for events; `user_data` is &sends_fail.
+int OnState(int service_id, orvd_req_t* req, void* user_data);
+
+// Handles a packet and the task that it starts, then checks what must hold between two packets.
+// Lets pass only the exceptions that may end a service's process.
+void Handle(const std::string& packet);
+
+// Acts, then waits until a thread of that role has sent a message.
+void AwaitMessage(Role sender, const std::function<void()>& act);
 
 // Reads every value of a call, and deletes the member maps of its structs, as a service does.
 void ReadAllArguments(const orvex_func_call_info_t& args);
