@@ -171,11 +171,18 @@ void ServiceTest::Init() {
   peer.SkipAll();
 }
 
+int ServiceTest::Register(uint32_t opcode, std::initializer_list<uint32_t> ssids) {
+  return _orvd_svc_register_auth(kServiceId, opcode, ApiBlob(opcode, ssids).c_str(), "token");
+}
+
+int ServiceTest::Ready(uint32_t opcode, orvd_task_function_t task) {
+  return _orvd_svc_ready(kServiceId, opcode, Recorder::Callback, &ProcessWide<Recorder>(), task);
+}
+
 void ServiceTest::Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,
                         orvd_task_function_t task) {
-  ASSERT_EQ(_orvd_svc_register_auth(kServiceId, opcode, ApiBlob(opcode, ssids).c_str(), "token"),
-            0);
-  ASSERT_EQ(_orvd_svc_ready(kServiceId, opcode, Recorder::Callback, &recorder, task), 0);
+  ASSERT_EQ(Register(opcode, ssids), 0);
+  ASSERT_EQ(Ready(opcode, task), 0);
   peer.SkipAll();
 }
 

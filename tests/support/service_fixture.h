@@ -72,6 +72,9 @@ void Settle(orvd::ManagerPeer& peer);
 
 class ServiceTest : public testing::Test {
  public:
+  static int Register(uint32_t opcode, std::initializer_list<uint32_t> ssids);
+  static int Ready(uint32_t opcode, orvd_task_function_t task = nullptr);
+
   ServiceTest();
   ~ServiceTest() override;
 
@@ -79,7 +82,7 @@ class ServiceTest : public testing::Test {
   // orvd_svc_init against a peer that agrees to everything; fails the test unless it returns
   // kServiceId.
   void Init();
-  // Registers and readies; fails the test unless both succeed. Leaves no messages in the peer.
+  // Both of them; fails the test unless they succeed. Leaves no messages in the peer.
   void Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,
              orvd_task_function_t task = nullptr);
   // Starts and readies the pair in the session; fails the test unless it is answered with success.
