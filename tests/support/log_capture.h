@@ -11,10 +11,6 @@
 struct LogLine {
   int priority;
   std::string text;
-
-  bool operator==(const LogLine& other) const {
-    return priority == other.priority && text == other.text;
-  }
 };
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
