@@ -83,7 +83,7 @@ const Row kRows[] = {
     {"QueryWaiting", kInSessions, "", kQuery, "PERMISSION", kEnded, {"0"}},
     {"Notified", kInSessions, kNotify, nullptr, "", kEnded, {""}},
     {"Deinitialising", kInSessions, "", kDeinit, "", kLeaves, {"0"}},
-    {"LostAgain", kInSessions, "", nullptr, "", "", {"-1", "waits", "-1", "-1"}},
+    {"LostAgain", kInitialised, "", nullptr, "", "", {"-1", "waits", "-1", "-1"}},
 };
 constexpr size_t kSecondLoss = std::size(kRows) - 1;
 
@@ -213,9 +213,13 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     let_go = true;
     peer.AgreeToEverything(kServiceId);
     Init();
-    Offer(0x30, {1}, RunTask);
-    OpenSession(20, 0x30, 1);
-    peer.Send(TaskMessage(20, 0x30, 1, 2));
+    const bool in_sessions = row_.stage == kInSessions;
+    const uint32_t opcode = in_sessions ? 0x10 : 0x20;  // the first may still wait for an answer
+    Offer(opcode, {1}, RunTask);
+    if (!in_sessions || (row_.told != kLeaves && way_ != kReset)) {  // else the session survives
+      OpenSession(9, opcode, 1);
+    }
+    peer.Send(TaskMessage(9, opcode, 1, 2));
     EXPECT_TRUE(peer.NextOf("exec_task"));
   }
 
