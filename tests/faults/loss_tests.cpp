@@ -13,6 +13,8 @@
 
 namespace {
 
+using testing::Combine, testing::Range;
+
 enum Way {
   kGone,          // end of file, and nobody reads what the service sends
   kStillReading,  // end of file, but the Manager reads on
@@ -20,10 +22,8 @@ enum Way {
   kRefused,       // end of file, and nobody listens until the service has deinitialised
 };
 // Two kinds of each, which take turns over the moments.
-constexpr const char* kKinds[][2] = {{"Closed", "BackLater"},
-                                     {"EmptyPacket", "HalfClosed"},
-                                     {"Reset", "Reset"},
-                                     {"Refused", "Refused"}};
+constexpr const char* kKinds[] = {"Closed", "BackLater", "EmptyPacket", "HalfClosed",
+                                  "Reset",  "Reset",     "Refused",     "Refused"};
 
 std::atomic<bool> busy{false};
 std::atomic<bool> let_go{false};
@@ -43,7 +43,6 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
 // What the service does at the moment, on a thread of its own: the call may never return.
 constexpr int kNothing = -100;
 constexpr int kUnderWay = -101;
-constexpr auto kInit = [] { return orvd_svc_init(); };
 constexpr auto kRegister = [] { return ServiceTest::Register(0x10, {1}); };
 constexpr auto kReady = [] { return kRegister() + ServiceTest::Ready(0x10, RunTask); };
 constexpr auto kAnswer = [] { return let_go = true, kNothing; };
@@ -72,8 +71,8 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"Connected", kBegun, "", kInit, "", "", {"-1", "waits", "-1", "-1"}},
-    {"InitSent", kBegun, "", kInit, "INIT", "", {"waits"}},
+    {"Connected", kBegun, "", orvd_svc_init, "", "", {"-1", "waits", "-1", "-1"}},
+    {"InitSent", kBegun, "", orvd_svc_init, "INIT", "", {"waits"}},
     {"Initialised", kInitialised, "", nullptr, "", "", {""}},
     {"AuthSent", kInitialised, "", kRegister, "AUTH", "", {"waits"}},
     {"ReadySent", kInitialised, "", kReady, "REDY", kTold, {"waits"}},
@@ -162,12 +161,9 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
 
   std::string Outcome() const {
     const int result = *result_;
-    std::string outcome = result == kUnderWay ? "waits" : std::to_string(result);
-    outcome = result == kNothing ? "" : outcome;
-    for (int i = 0; i < answers; ++i) {
-      outcome += "answered";
-    }
-    return outcome;
+    const std::string of_call = result == kUnderWay ? "waits" : std::to_string(result);
+    const std::string of_task = answers == 1 ? "answered" : "answered twice";
+    return (result == kNothing ? "" : of_call) + (answers == 0 ? "" : of_task);
   }
 
   std::string Loss() const {
@@ -202,7 +198,7 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
   // Nobody has read that it is lost. The receive is interrupted until INIT has been sent.
   void InitialiseOnTheDeadConnection() {
     FailNext(Call::kRecvfrom, EINTR, 100);
-    Begin(kInit);
+    Begin(orvd_svc_init);
     EXPECT_TRUE(!waits_ || peer.NextOf("INIT"));
     ExpectSoon([this] { return Outcome(); }, outcome_);
     FailNext(Call::kRecvfrom, 0, 0);
@@ -277,14 +273,10 @@ TEST_P(SecondLossTest, IsReadByTheNextInitialisation) {
 
 std::string NameOf(const testing::TestParamInfo<std::tuple<size_t, int>>& info) {
   const auto [row, way] = info.param;
-  return std::string(kRows[row].name) + kKinds[way][row % 2];
+  return std::string(kRows[row].name) + kKinds[2 * static_cast<size_t>(way) + row % 2];
 }
-INSTANTIATE_TEST_SUITE_P(, LossTest,
-                         testing::Combine(testing::Range<size_t>(0, kSecondLoss),
-                                          testing::Range(0, 4)),
-                         NameOf);
-INSTANTIATE_TEST_SUITE_P(, SecondLossTest,
-                         testing::Combine(testing::Values(kSecondLoss), testing::Range(0, 4)),
+INSTANTIATE_TEST_SUITE_P(, LossTest, Combine(Range<size_t>(0, kSecondLoss), Range(0, 4)), NameOf);
+INSTANTIATE_TEST_SUITE_P(, SecondLossTest, Combine(testing::Values(kSecondLoss), Range(0, 4)),
                          NameOf);
 
 }  // namespace
