@@ -121,11 +121,11 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
 // Each initialisation has an id of its own, so that a call that comes late is refused.
 std::atomic<int> next_id{kServiceId};
 
-int Register(int id, uint32_t opcode) {
+int RegisterAs(int id, uint32_t opcode) {
   return _orvd_svc_register_auth(static_cast<uint32_t>(id), opcode, ApiBlob(opcode, {1, 2}).c_str(),
                                  "t");
 }
-int Ready(int id, uint32_t opcode) {
+int ReadyAs(int id, uint32_t opcode) {
   gate.Pass("readiness begins");
   return _orvd_svc_ready(static_cast<uint32_t>(id), opcode, OnEvent, nullptr, RunTask);
 }
@@ -200,7 +200,7 @@ class HeldServiceTest : public ServiceTest {
   void InitAndOffer() {
     Deinit();
     ASSERT_TRUE(Eventually([this] { return (id_ = orvd_svc_init()) >= 0; }));
-    ASSERT_EQ(Register(id_, kOpcode) + Ready(id_, kOpcode), 0);
+    ASSERT_EQ(RegisterAs(id_, kOpcode) + ReadyAs(id_, kOpcode), 0);
     peer.SkipAll();
   }
   // A session whose connection was not lost survives; the Manager ends it first.
@@ -243,7 +243,7 @@ void MomentTest::Trigger(const std::string& trigger) {
   } else if (trigger == "notification") {
     peer.Send(R"({"req_type":"permission_change"})");
   } else {
-    const auto call = trigger == "readiness" ? Ready : Register;
+    const auto call = trigger == "readiness" ? ReadyAs : RegisterAs;
     call_ = Begin([call, id = id_.load(), opcode = opcode_] { call(id, opcode); });
   }
 }
@@ -257,7 +257,7 @@ void MomentTest::Act(const std::string& action, int id, bool survives) {
   } else if (action == "Loss") {
     peer.HangUp();
   } else {
-    (action == "Ready" ? Ready : Register)(id, opcode_ + 1);
+    (action == "Ready" ? ReadyAs : RegisterAs)(id, opcode_ + 1);
   }
 }
 
