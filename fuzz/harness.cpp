@@ -108,7 +108,7 @@ void ResetService() {
   entry.user_data = &sends_fail;
   entry.task_function = OnTask;
   const MutexLock session_lock(Sessions().mutex);
-  Sessions().sessions = {{kSession, {0, {{{kOpcode, 1}, ORVD_READY}}}}};
+  Sessions().sessions = {{kSession, {CurrentGeneration(), {{{kOpcode, 1}, ORVD_READY}}}}};
   const MutexLock ready_lock(TheReadyTable().mutex);
   TheReadyTable().opcodes = {{kOpcode, entry}};
   const MutexLock state_lock(gStateMutex);

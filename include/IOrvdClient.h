@@ -62,7 +62,8 @@ extern "C" {
 // when the Manager cannot be reached, the thread not started or the request not sent; the negative
 // id that a refusing Manager gave. After a negative id other than -1 the library counts as
 // initialised under it.
-// The request is not sent when the connection has been lost since it was made: call again then.
+// The request is not sent either when the Manager has closed the connection meanwhile. A later call
+// may succeed.
 // Waits without limit for the Manager's answer.
 // Call it and orvd_svc_deinit from one thread at a time: a service thread, or an ORVD_RECONNECTED
 // callback.
@@ -75,10 +76,11 @@ ORVD_EXPORT int orvd_svc_init(void);
 // The receive thread ends at once, or after the message that it is working on; it says nothing more
 // to the Manager. Running tasks go on; their answers go to whichever connection stands when they
 // end, or fail to be sent. Open sessions are kept, and the Manager's next tasks for them run once
-// their opcodes are ready again; but when the Manager has closed the connection, its sessions are
-// removed without a callback.
+// their opcodes are ready again; but when the Manager has closed the connection and an opcode is
+// ready, the sessions are removed without a callback.
 // A registration or readiness that another thread is calling leaves no pair and no ready opcode
-// behind: it returns -1, or waits for ever when its request has been sent and not been answered.
+// behind. It returns -1; it waits without limit when its request was sent and the receive thread has
+// not yet delivered the answer.
 // When the Manager was lost and the present connection has not been initialised, nothing is sent
 // and the connection stays for the next orvd_svc_init, unless this process is the dedicated client.
 // Does not wait for the receive thread, but for a notification callback that is running; such a

@@ -40,8 +40,7 @@ Mutex gConnectMutex;
 
 // The generation that this receive thread serves; none on other threads.
 thread_local std::optional<Generation> served_generation;
-// A callback on this thread has ended the generation, so the service may go on sending from it.
-thread_local bool ended_generation = false;
+thread_local bool acts_for_service = false;
 
 bool ConnectTo(const char* path, int fd) {
   sockaddr_un address{};
@@ -129,10 +128,11 @@ void Connection::ShutDown() {
 
 bool Connection::PeerHasClosed() const {
   pollfd watched{fd_, POLLRDHUP, 0};
-  return !reset_ && poll(&watched, 1, 0) > 0 && (watched.revents & POLLERR) == 0;
+  const bool closed = poll(&watched, 1, 0) > 0 && (watched.revents & POLLERR) == 0;
+  return ended_ || (closed && !reset_ && !shut_down_);
 }
 
-Link CurrentLink() {
+StandingConnection CurrentConnection() {
   const MutexLock lock(TheLink().mutex);
   return {TheLink().standing, TheLink().generation};
 }
@@ -141,8 +141,20 @@ Generation CurrentGeneration() {
   return TheLink().generation;
 }
 
+void ActForService() {
+  acts_for_service = true;
+}
+
+bool NoteLoss(Connection& connection) {
+  const MutexLock lock(TheLink().mutex);
+  if (ThisThreadIsOutdated() || connection.is_being_left()) {
+    return false;
+  }
+  connection.NoteEndOfFile();
+  return true;
+}
+
 void BeginGeneration() {
-  ended_generation = true;
   const MutexLock lock(TheLink().mutex);
   ++TheLink().generation;
 }
@@ -194,13 +206,15 @@ int Disconnect(const std::shared_ptr<Connection>& connection) {
 }
 
 std::shared_ptr<Connection> ConnectionToSendOn() {
-  return ThisThreadIsOutdated() && !ended_generation ? nullptr : CurrentLink().connection;
+  return ThisThreadIsOutdated() && !acts_for_service ? nullptr : CurrentConnection().connection;
 }
 
-int SendOn(const std::shared_ptr<Connection>& connection, const char* msg) {
+int SendOn(std::shared_ptr<Connection> connection, const char* msg) {
   LogSending(msg);
   const MutexLock lock(gSendMutex);
-  return SendPacket(connection.get(), msg);
+  const int result = SendPacket(connection.get(), msg);
+  connection.reset();
+  return result;
 }
 
 int connect_to_manager() {
@@ -208,7 +222,7 @@ int connect_to_manager() {
 }
 
 int disconnect_from_manager() {
-  return Disconnect(CurrentLink().connection);
+  return Disconnect(CurrentConnection().connection);
 }
 
 int orvd_send_to_manager_raw(const char* msg) {

@@ -3,23 +3,21 @@
 // A connection is shared by its users. The last user closes it, so nobody ever receives or sends
 // on a descriptor number that the system has given out again.
 //
-// The generation is a number that grows when the service deinitialises and when it connects. A
-// receive thread serves the generation in which it was started. Once that generation is over, the
-// thread is outdated: it finishes the message at hand, finds no opcode ready, sends nothing on a
-// newer connection, touches none of its sessions and flags, and does not reconnect.
+// The generation (state.h) grows when the service deinitialises and when it connects. A receive
+// thread serves the generation in which it was started. Once that generation is over, the thread is
+// outdated: it finishes the message at hand, finds no opcode ready, and does not reconnect. It sends
+// nothing on a newer connection and touches no session and no flag of a newer generation.
 
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <memory>
 
+#include "link/state.h"
 #include "orvex_args.h"
 
 // The descriptor of the standing connection, -1 without one.
 extern std::atomic<int> gMgrSocket_fd;
-
-using Generation = uint64_t;
 
 class Connection {
  public:
@@ -40,9 +38,11 @@ class Connection {
   void ShutDown();
   bool is_shut_down() const { return shut_down_; }
 
-  // The receive thread has read a reset. Sessions survive a reset, but not an end of file.
+  // What the receive thread has read. Sessions survive a reset, but not an end of file.
   void NoteReset() { reset_ = true; }
-  // Whether the peer has closed the connection, or stopped sending, in order. False after a reset.
+  void NoteEndOfFile() { ended_ = true; }
+  // Whether the peer has ended the connection without a reset, read or not read yet. An end of file
+  // that this process caused does not count.
   bool PeerHasClosed() const;
 
  private:
@@ -50,17 +50,18 @@ class Connection {
   std::atomic<bool> leaving_{false};
   std::atomic<bool> shut_down_{false};
   std::atomic<bool> reset_{false};
+  std::atomic<bool> ended_{false};
 };
 
-// The standing connection (null without one) and the current generation, read together.
-struct Link {
+// The established connection (null without one) and the current generation, read together.
+struct StandingConnection {
   std::shared_ptr<Connection> connection;
   Generation generation;
 };
-Link CurrentLink();
+StandingConnection CurrentConnection();
 
 Generation CurrentGeneration();
-// Ends the current generation. What the calling thread sends from now on belongs to the service.
+// Ends the current generation.
 void BeginGeneration();
 // Declares the calling thread the receive thread of this generation. Called once, at its start.
 void ServeGeneration(Generation generation);
@@ -68,6 +69,12 @@ void ServeGeneration(Generation generation);
 Generation ServedGeneration();
 // Whether this is a receive thread whose generation is over.
 bool ThisThreadIsOutdated();
+// From now on this thread may send on the current connection, also when it is an outdated receive
+// thread: the service initialises or deinitialises in a callback.
+void ActForService();
+// On the receive thread, after it has read an end of file. Returns false, and notes nothing, when
+// this process has begun to leave the connection or the generation is over: that is no loss.
+bool NoteLoss(Connection& connection);
 
 // Connects, unless the generation is over. Returns 0 or -1.
 int ConnectFor(Generation generation);
@@ -78,11 +85,12 @@ bool NoteInitDone(bool done);
 int Disconnect(const std::shared_ptr<Connection>& connection);
 
 // The connection on which this thread may send now. Null without one, and on an outdated receive
-// thread, unless that thread has ended the generation itself: a callback may initialise again.
+// thread that does not act for the service.
 std::shared_ptr<Connection> ConnectionToSendOn();
 // Sends one text as one packet on `connection`, which may be null. Fails, like every send on a
-// closed connection, once the connection is left. Returns 0 or -1.
-int SendOn(const std::shared_ptr<Connection>& connection, const char* msg);
+// closed connection, once the connection is left. Releases the connection before it returns,
+// because the caller may wait without limit. Returns 0 or -1.
+int SendOn(std::shared_ptr<Connection> connection, const char* msg);
 
 // Connects to the Manager's socket for this process. Returns 0 or -1.
 ORVD_EXPORT int connect_to_manager();

@@ -18,7 +18,6 @@
 #include "sessions/session_ready.h"
 #include "sessions/session_start.h"
 #include "sessions/session_state.h"
-#include "sessions/session_table.h"
 #include "sessions/terminate_sessions.h"
 
 namespace {
@@ -124,21 +123,8 @@ void TellReadyOpcodes(orvd_req_t& notification) {
   NotifyReadyOpcodes(notification);
 }
 
-bool NoteLoss(Generation generation) {
-  if (!IsAnyOpcodeReady()) {
-    return false;
-  }
-  NoteSessionsLost(generation);
-  return true;
-}
-
 void EndAllSessions() {
   terminate_sessions();
-}
-
-void ForgetLostSessions() {
-  const MutexLock lock(Sessions().mutex);
-  ForgetSessions(ServedGeneration());
 }
 
 void TellReconnected() {

@@ -19,14 +19,8 @@ NextAction Dispatch(Json::Value& message);
 // Tells every ready opcode, in ascending order, with the ready-table mutex held.
 void TellReadyOpcodes(orvd_req_t& notification);
 
-// The Manager has closed the connection of this generation. If any opcode is ready, its sessions
-// are lost, also when another thread deinitialises before the receive thread has ended them.
-// Returns whether they are.
-bool NoteLoss(Generation generation);
 // The Manager has gone.
 void EndAllSessions();
-// Removes, without a callback, the sessions that this receive thread's generation has lost.
-void ForgetLostSessions();
 // The Manager is back.
 void TellReconnected();
 // The service deinitialises: its registered pairs and ready opcodes are forgotten.

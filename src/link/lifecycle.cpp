@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "IOrvdClient.h"
 #include "link/connection.h"
@@ -10,6 +11,7 @@
 #include "link/receive_thread.h"
 #include "link/socket_path.h"
 #include "link/state.h"
+#include "sessions/lost_sessions.h"
 
 const char deliminator[4] = "[],";
 
@@ -37,9 +39,9 @@ int ConnectAnew() {
 // The request goes on the connection that this call's receive thread serves, never on a later one,
 // whose answers nobody would read. The answer may arrive before the send returns; the init mutex
 // delays it until this thread waits.
-int RequestServiceId(const std::shared_ptr<Connection>& connection) {
+int RequestServiceId(std::shared_ptr<Connection> connection) {
   MutexLock init_lock(gInitMutex);
-  if (SendOn(connection, R"({"req_type":"INIT"})") != 0) {
+  if (SendOn(std::move(connection), R"({"req_type":"INIT"})") != 0) {
     LOG_AT(kFailure, "Failed to initiate communication with server");
     return -1;
   }
@@ -56,12 +58,13 @@ int RequestServiceId(const std::shared_ptr<Connection>& connection) {
   return gService_id;
 }
 
-// The receive thread may not have read yet that the Manager has gone. Once this thread leaves the
-// connection, the receive thread cannot tell the Manager's end of file from our own.
-void NoteUnreadLoss() {
-  const Link link = CurrentLink();
-  if (link.connection && link.connection->PeerHasClosed()) {
-    NoteLoss(link.generation);
+// Ends the generation. Until then the receive thread may note that the Manager has closed the
+// connection; it may also not have read that yet.
+void EndGeneration() {
+  const StandingConnection ended = CurrentConnection();
+  BeginGeneration();
+  if (ended.connection && ended.connection->PeerHasClosed()) {
+    NoteLostSessions(ended.generation);
   }
 }
 
@@ -90,18 +93,18 @@ int orvd_svc_init(void) {
   if (gMgrSocket_fd < 0 && ConnectAnew() != 0) {
     return -1;
   }
-  const Link link = CurrentLink();
-  return StartReceiveThread(link) ? RequestServiceId(link.connection) : -1;
+  ActForService();
+  StandingConnection standing = CurrentConnection();
+  return StartReceiveThread(standing) ? RequestServiceId(std::move(standing.connection)) : -1;
 }
 
 int orvd_svc_deinit(unsigned int svc_id) {
-  Generation generation = 0;
-  const int refusal = CheckServiceId(svc_id, generation);
+  const int refusal = CheckServiceId(svc_id).result;
   if (refusal != 0) {
     return refusal;
   }
-  NoteUnreadLoss();
-  BeginGeneration();
+  ActForService();
+  EndGeneration();
   SayGoodbye(svc_id);
   ForgetRegistrations();
   const MutexLock lock(gStateMutex);

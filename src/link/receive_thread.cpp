@@ -15,6 +15,7 @@
 #include "link/log.h"
 #include "link/message_parser.h"
 #include "link/reconnection.h"
+#include "sessions/lost_sessions.h"
 
 namespace {
 
@@ -60,14 +61,15 @@ ssize_t Receiver::Receive() {
   }
   const int error = errno;
   const bool left = !connection_ || connection_->is_shut_down() ||
-                    (received <= 0 && (connection_->is_being_left() || ThisThreadIsOutdated()));
+                    (received == 0 && !NoteLoss(*connection_)) ||
+                    (received < 0 && (connection_->is_being_left() || ThisThreadIsOutdated()));
   errno = left ? EBADF : error;
   return left ? -1 : received;
 }
 
 NextAction Receiver::OnClosedByManager() {
   const int error = errno;
-  const bool sessions_lost = NoteLoss(ServedGeneration());
+  NoteLostSessions(ServedGeneration());
   LOG_AT(kFailure, "Communication with manager failed (%s)", ErrorText(error));
   const bool left = Disconnect(connection_) == 0;
   connection_.reset();  // reconnecting takes long, and nobody needs the descriptor any more
@@ -79,7 +81,7 @@ NextAction Receiver::OnClosedByManager() {
       !ThisThreadIsOutdated()) {
     TellReconnected();
   }
-  if (sessions_lost && ThisThreadIsOutdated()) {
+  if (ThisThreadIsOutdated()) {
     ForgetLostSessions();
   }
   return NextAction::kEndThread;
@@ -123,9 +125,9 @@ NextAction Receiver::OnPacket(size_t size) {
 
 // Never given a name: the choice of the socket path reads the name that this thread inherits.
 void* recv_msg_from_mgr(void* argument) {
-  const std::unique_ptr<Link> link(static_cast<Link*>(argument));
-  ServeGeneration(link->generation);
-  Receiver receiver(std::move(link->connection));
+  const std::unique_ptr<StandingConnection> standing(static_cast<StandingConnection*>(argument));
+  ServeGeneration(standing->generation);
+  Receiver receiver(std::move(standing->connection));
   while (receiver.ServeOne() != NextAction::kEndThread) {
   }
   return nullptr;
@@ -133,8 +135,8 @@ void* recv_msg_from_mgr(void* argument) {
 
 }  // namespace
 
-bool StartReceiveThread(const Link& link) {
-  auto argument = std::make_unique<Link>(link);
+bool StartReceiveThread(const StandingConnection& standing) {
+  auto argument = std::make_unique<StandingConnection>(standing);
   if (StartDetachedThread(recv_msg_from_mgr, argument.get()) != 0) {
     return false;
   }

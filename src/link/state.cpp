@@ -2,7 +2,7 @@
 
 Mutex gStateMutex;
 int32_t gService_id = kNotInitialised;
-uint64_t gServiceGeneration = 0;
+Generation gServiceGeneration = 0;
 
 std::atomic<bool> gMgrInitDone{false};
 
@@ -27,11 +27,11 @@ int32_t ServiceId() {
   return gService_id;
 }
 
-int CheckServiceId(uint32_t service_id, uint64_t& generation) {
+ServiceIdCheck CheckServiceId(uint32_t service_id) {
   const MutexLock lock(gStateMutex);
   if (gService_id == kNotInitialised) {
-    return -3;
+    return {-3, gServiceGeneration};
   }
-  generation = gServiceGeneration;
-  return static_cast<uint32_t>(gService_id) == service_id ? 0 : -2;
+  const bool own = static_cast<uint32_t>(gService_id) == service_id;
+  return {own ? 0 : -2, gServiceGeneration};
 }

@@ -34,11 +34,6 @@ std::optional<std::pair<uint32_t, ReadyEntry>> LowestReadyEntry() {
   return std::make_pair(opcode, EntryOf(record));
 }
 
-bool IsAnyOpcodeReady() {
-  const MutexLock lock(TheReadyTable().mutex);
-  return !TheReadyTable().opcodes.empty();
-}
-
 void ClearReadyTable() {
   const MutexLock lock(TheReadyTable().mutex);
   TheReadyTable().opcodes.clear();

@@ -42,7 +42,6 @@ ReadyTable& TheReadyTable();
 std::optional<ReadyEntry> FindReadyEntry(uint32_t opcode);
 // The entry with the lowest opcode.
 std::optional<std::pair<uint32_t, ReadyEntry>> LowestReadyEntry();
-bool IsAnyOpcodeReady();
 void ClearReadyTable();
 // Calls every session-state callback with the ready-table mutex held; none on an outdated receive
 // thread.

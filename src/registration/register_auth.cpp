@@ -51,11 +51,6 @@ void DeliverVerdict(RegistrationTable& table, const Json::Value& message) {
   Deliver(found->second);
 }
 
-int Refuse(uint32_t service_id, const char* api_def, const char* token, Generation& generation) {
-  const int refusal = CheckServiceId(service_id, generation);
-  return refusal == 0 && (api_def == nullptr || token == nullptr) ? -2 : refusal;
-}
-
 std::string WantedVersions() {
   std::string wanted;
   for (const uint8_t version : ORVD_JSON_DEF_VER_ARR) {
@@ -127,7 +122,7 @@ int32_t AwaitVerdict(uint32_t opcode, const RegsAuthMetaData& record) {
   return *record.status;
 }
 
-// False, with nothing left of it in the registry, once the generation is over.
+// Returns false once the generation is over. The deinitialisation that ended it removes all pairs.
 bool RecordSupported(Generation generation, uint32_t opcode, const ApiDefinition& definition) {
   for (const uint32_t ssid : definition.subsystems) {
     if (!AddSupportedPair(generation, opcode, ssid)) {
@@ -138,10 +133,10 @@ bool RecordSupported(Generation generation, uint32_t opcode, const ApiDefinition
   return CurrentGeneration() == generation;
 }
 
-int32_t RequestRegistration(uint32_t opcode, const std::shared_ptr<Connection>& connection,
+int32_t RequestRegistration(uint32_t opcode, std::shared_ptr<Connection> connection,
                             const std::string& request) {
   const RegsAuthMetaData record = InsertPending(opcode);
-  if (SendOn(connection, request.c_str()) != 0) {
+  if (SendOn(std::move(connection), request.c_str()) != 0) {
     LOG_AT(kFailure, "ORVEX service authenticate and registration failed to send to manager.");
     return -1;
   }
@@ -165,19 +160,23 @@ void HandlePlainRegistrationAnswer(const Json::Value& message) {
 int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char* api_def,
                                 const char* token) {
   LOG_AT(kProgress, "ORVEX service register and authenticate");
-  Generation generation = 0;
-  const int refusal = Refuse(service_id, api_def, token, generation);
+  // Taken before the check, so that the request never reaches the Manager of a later one.
+  auto connection = ConnectionToSendOn();
+  const auto [refusal, generation] = CheckServiceId(service_id);
   if (refusal != 0) {
     return refusal;
   }
-  const auto connection = ConnectionToSendOn();
+  if (api_def == nullptr || token == nullptr) {
+    return -2;
+  }
   const char* json = nullptr;
   ApiDefinition definition;
   const int unread = ReadDefinition(api_def, opcode, json, definition);
   if (unread != 0) {
     return unread;
   }
-  if (RequestRegistration(opcode, connection, AuthRequest(service_id, opcode, json, token)) != 0) {
+  if (RequestRegistration(opcode, std::move(connection),
+                          AuthRequest(service_id, opcode, json, token)) != 0) {
     return -1;
   }
   if (!RecordSupported(generation, opcode, definition)) {

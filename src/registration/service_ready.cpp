@@ -83,17 +83,17 @@ void HandleReadyAnswer(const Json::Value& message) {
 int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode, orvd_state_callback_t state_callback,
                         void* user_data, orvd_task_function_t task_function) {
   const std::string request = ReadyRequest(service_id, opcode);
-  Generation generation = 0;
-  const int refusal = CheckServiceId(service_id, generation);
+  // Taken before the check, so that the request never reaches the Manager of a later one.
+  auto connection = ConnectionToSendOn();
+  const auto [refusal, generation] = CheckServiceId(service_id);
   if (refusal != 0) {
     return refusal;
   }
-  const auto connection = ConnectionToSendOn();
   const auto record =
       InsertReady(generation, opcode,
                   {std::make_shared<int32_t>(1), std::make_shared<std::condition_variable>(),
                    std::make_shared<bool>(false), state_callback, user_data, task_function});
-  if (!record || SendOn(connection, request.c_str()) != 0) {
+  if (!record || SendOn(std::move(connection), request.c_str()) != 0) {
     return -1;
   }
   if (AwaitAnswer(*record) < 0) {

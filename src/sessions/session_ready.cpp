@@ -52,7 +52,7 @@ void ReadyPairs(const Json::Value& msg, uint32_t session_id,
       [&](uint32_t opcode, const ReadyEntry& entry, uint32_t ssid) NO_THREAD_SAFETY_ANALYSIS {
         LOG_AT(kProgress, "Trying to ready session %u with 0x%08x::%u", session_id, opcode, ssid);
         lock.lock();
-        if (MakeReady(session_id, service_id, {opcode, ssid}, entry)) {
+        if (MakeReady(session_id, service_id, {opcode, ssid}, entry) || ThisThreadIsOutdated()) {
           lock.unlock();
         }
       });

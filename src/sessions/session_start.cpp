@@ -47,11 +47,11 @@ void StartAbsentPair(StartRequest& request, SessionPairs& pairs, const SessionPa
 
 void StartSupportedPair(StartRequest& request, const SessionPair& pair, const ReadyEntry& entry) {
   const MutexLock lock(Sessions().mutex);
-  SessionPairs* pairs = FindOrOpenSession(request.session_id);
-  if (pairs == nullptr || ThisThreadIsOutdated()) {
-    ++request.failed;  // the service has deinitialised: nobody would ever make the pair ready
+  if (ThisThreadIsOutdated()) {
+    ++request.failed;  // the service has deinitialised
     return;
   }
+  SessionPairs* pairs = FindOrOpenSession(request.session_id);
   const orvd_start_state* state = FindPair(pairs, pair);
   if (state == nullptr) {
     StartAbsentPair(request, *pairs, pair, entry);

@@ -1,44 +1,31 @@
 #include "sessions/session_table.h"
 
-#include <atomic>
-
+#include "link/connection.h"
 #include "link/never_destroyed.h"
-
-namespace {
-
-// The last generation that was noted as lost. Generations begin with 1.
-std::atomic<Generation> gLostGeneration{0};
-
-// A later generation must not see what a lost one left, nor must a lost generation's own thread,
-// which still has to tell the service, lose it here.
-void ForgetLostSessions() REQUIRES(Sessions().mutex) {
-  static Generation forgotten = 0;
-  const Generation lost = gLostGeneration;
-  if (forgotten < lost && lost < ServedGeneration()) {
-    ForgetSessions(lost);
-    forgotten = lost;
-  }
-}
-
-}  // namespace
+#include "sessions/lost_sessions.h"
 
 SessionTable& Sessions() {
   return ProcessWide<SessionTable>();
 }
 
+bool IsVisible(const Session& session) {
+  const Generation served = ServedGeneration();
+  return LostBefore(served) < session.generation && session.generation <= served;
+}
+
 SessionPairs* FindSession(uint32_t session_id) {
-  ForgetLostSessions();
   const auto found = Sessions().sessions.find(session_id);
-  const bool visible =
-      found != Sessions().sessions.end() && found->second.generation <= ServedGeneration();
+  const bool visible = found != Sessions().sessions.end() && IsVisible(found->second);
   return visible ? &found->second.pairs : nullptr;
 }
 
 SessionPairs* FindOrOpenSession(uint32_t session_id) {
-  ForgetLostSessions();
   Session& session = Sessions().sessions[session_id];
   if (session.generation > ServedGeneration()) {
     return nullptr;
+  }
+  if (!IsVisible(session)) {
+    session.pairs.clear();
   }
   session.generation = ServedGeneration();
   return &session.pairs;
@@ -56,11 +43,5 @@ void ForgetSessions(Generation generation) {
   auto& sessions = Sessions().sessions;
   for (auto session = sessions.begin(); session != sessions.end();) {
     session = session->second.generation <= generation ? sessions.erase(session) : ++session;
-  }
-}
-
-void NoteSessionsLost(Generation generation) {
-  Generation lost = gLostGeneration;
-  while (lost < generation && !gLostGeneration.compare_exchange_weak(lost, generation)) {
   }
 }

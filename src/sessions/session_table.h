@@ -18,7 +18,7 @@ using SessionPair = std::pair<uint32_t, uint32_t>;  // opcode, subsystem id
 using SessionPairs = std::map<SessionPair, orvd_start_state>;
 
 struct Session {
-  Generation generation = 0;  // the last one that asked for a start in this session
+  Generation generation = 0;  // the last one that started, readied or ended pairs of the session
   SessionPairs pairs;
 };
 
@@ -31,8 +31,11 @@ struct SessionTable {
 
 SessionTable& Sessions();
 
-// The pairs of an open session; null when it is not open. Sessions noted as lost are not open for a
-// later generation. Sessions of a later generation are not open for an outdated receive thread.
+// Whether the session exists for this thread. Sessions of a lost generation do not exist for a later
+// one. Sessions of a later generation do not exist for an outdated receive thread.
+bool IsVisible(const Session& session);
+
+// The pairs of a visible session; null when there is none.
 SessionPairs* FindSession(uint32_t session_id) REQUIRES(Sessions().mutex);
 // The same, and opens the session when it is not open. Null for an outdated receive thread when a
 // later generation has opened the session.
@@ -43,7 +46,3 @@ orvd_start_state* FindPair(SessionPairs* pairs, const SessionPair& pair);
 
 // Removes the sessions of this generation and of earlier ones, without a callback.
 void ForgetSessions(Generation generation) REQUIRES(Sessions().mutex);
-
-// The Manager has closed the connection on which this generation's sessions were opened. Any
-// thread; takes no lock.
-void NoteSessionsLost(Generation generation);

@@ -32,11 +32,8 @@ int terminate_sessions() {
   uint32_t last_session_id = 0;
   {
     const MutexLock lock(Sessions().mutex);
-    if (ThisThreadIsOutdated()) {
-      return -1;  // the service has forgotten these sessions: it deinitialised in the callback
-    }
     for (const auto& [session_id, session] : Sessions().sessions) {
-      if (session.generation <= ServedGeneration()) {
+      if (IsVisible(session)) {
         last_session_id = session_id;
         TerminateAllPairs(session_id, session.pairs, count);
       }
