@@ -30,8 +30,8 @@ namespace {
 
 std::mutex counts_mutex;
 std::condition_variable counted;
-int messages[3];                     // by the role of the sender; a refused task counts as answered
-std::atomic<size_t> values_read{0};  // a sum, so that no read is left out
+std::atomic<int> messages[3];     // by the role of the sender; a refused task counts as answered
+std::atomic<size_t> values_read;  // a sum, so that no read is left out
 
 template <typename Value>
 void Touch(const Value& value) {
@@ -67,11 +67,8 @@ bool ReadHolder(orvex_data_type_t type, const ValuesInterface& holder) {
   const auto element = static_cast<orvex_data_type_t>(is_vector ? type - ORVEX_STRUCT : type);
   return VisitArgType(element, false, [is_vector, &holder](auto row) {
     using Value = typename decltype(row)::Value;
-    if (!is_vector) {
-      Touch(Held<Value>(holder));
-      return true;
-    }
-    for (const auto& value : Held<std::vector<Value>>(holder)) {
+    using Elements = std::vector<Value>;
+    for (const auto& value : is_vector ? Held<Elements>(holder) : Elements{Held<Value>(holder)}) {
       Touch<Value>(value);
     }
     return true;
@@ -137,10 +134,9 @@ void CheckService() {
 }  // namespace
 
 extern "C" int __android_log_print(int /*prio*/, const char* tag, const char* fmt, ...) {
-  char text[512];
   va_list args;
   va_start(args, fmt);
-  const int length = vsnprintf(text, sizeof(text), fmt, args);
+  const int length = vsnprintf(nullptr, 0, fmt, args);
   va_end(args);
   Require(tag == nullptr && length >= 0, "log line");
   if (std::string_view(fmt) == "Failed to handle execute task event") {
@@ -193,11 +189,9 @@ void Handle(const std::string& packet) {
 }
 
 void AwaitMessage(Role sender, const std::function<void()>& act) {
-  std::unique_lock lock(counts_mutex);
   const int before = messages[sender];
-  lock.unlock();
   act();
-  lock.lock();
+  std::unique_lock lock(counts_mutex);
   counted.wait(lock, [&] { return messages[sender] != before; });
 }
 
