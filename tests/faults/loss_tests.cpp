@@ -71,7 +71,7 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"Connected", kBegun, "", orvd_svc_init, "", "", {"-1", "-1", "-1", "-1"}},
+    {"Connected", kBegun, "", orvd_svc_init, "", "", {"-1", "waits", "-1", "-1"}},
     {"InitSent", kBegun, "", orvd_svc_init, "INIT", "", {"waits"}},
     {"Initialised", kInitialised, "", nullptr, "", "", {""}},
     {"AuthSent", kInitialised, "", kRegister, "AUTH", "", {"waits"}},
