@@ -21,6 +21,7 @@ ROWS = [  # scenario, what the service does before it closes (None: arguments in
     ("expect N", [M], 1, "FAILED line 1: expected N, came nothing"),
     ("exactly " + M, [M], 0, "0 failures"),
     ("exactly " + M, [M + " "], 1, f"FAILED line 1: expected {M}, came {M} \x1b"),
+    ("exactly N", ["n"], 1, "FAILED line 1: expected N, came n\x1b"),
     ("exactly N", [], 1, "FAILED line 1: expected N, came nothing"),
     ('answer M {"a":0}\nexpect M\nexactly {"QueryId":2,"a":0,"opcode":"16","req_type":"M"}',
      ['{"req_type":"M","Opcode":16,"QueryId":2}', READ, "CAME"], 0, "0 failures"),
