@@ -1,0 +1,195 @@
+// Scripts of what the Manager sends and the service calls, and all that is then sent, told and
+// logged, as one text.
+
+#pragma once
+
+#include <android/log.h>
+#include <json/json.h>
+
+#include <optional>
+#include <regex>
+#include <thread>
+
+#include "json_text.h"
+#include "link/connection.h"
+#include "sessions/exec_task.h"
+#include "sessions/session_end.h"
+#include "sessions/session_start.h"
+#include "sessions/session_state.h"
+#include "sessions/terminate_sessions.h"
+#include "support/frozen_clock.h"
+#include "support/held_locks.h"
+#include "support/service_fixture.h"
+
+// The callback returns 1 for events whose line begins with `refused`. Lines are separated by '|'.
+struct Script {
+  int level;
+  std::string name, refused, before, script, heard;
+  friend std::ostream& operator<<(std::ostream& out, const Script& row) { return out << row.name; }
+};
+
+inline std::string Replace(const std::string& text, const char* pattern, const char* by) {
+  return std::regex_replace(text, std::regex(pattern), by);
+}
+
+inline int Abort(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) {
+  abort();
+}
+
+struct ScriptTest : ServiceTest {
+  // Offers 0xa001 and 0xb002. Events and pauses of the receive thread are noted among the log's
+  // lines, events behind the locks that are held: s for sessions, t for the ready table.
+  void Begin(int level, orvd_task_function_t task = Abort) {
+    SetDebugLevel(level);
+    Init();
+    Offer(0xa001, {1, 2, 3}, task);
+    Offer(0xb002, {3, 4});
+    recorder.SetHook([this](const orvd_req_t&) {
+      is_service_supported(1, 1);  // whose lock no callback runs under
+      const std::string session = IsHeld(session_lock) ? "s" : "";
+      const std::string locks = session + (IsHeld(table_lock) ? "t" : "");
+      const std::string event = recorder.events();
+      recorder.Clear();
+      if (std::this_thread::get_id() != test_thread) {
+        FreezeClock([this](auto length) { return Pause(length / orvd::Milliseconds(1)); });
+      }
+      Note(locks + "> " + event);  // last: the test may end once it is there
+    });
+    orvd_send_to_manager_raw("begun");
+    peer.NextOf("begun");
+    ClearLog();
+  }
+
+  static void Note(const std::string& line) {
+    __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", line.c_str());
+  }
+
+  // A lost Manager is back at the second attempt to reconnect that fails.
+  bool Pause(int64_t milliseconds) {
+    Note("pause " + std::to_string(milliseconds));
+    if (CountLogged("pause 50") == 2) {
+      peer.Listen();
+    }
+    return true;
+  }
+
+  // JSON, or `start SESSION ID:SSID,SSID ID:SSID`.
+  static std::string Message(const std::string& text) {
+    if (text.find_first_of("{[") == 0) {
+      return text;
+    }
+    std::string json = Replace(text, "([:,])([^ ,]+)", R"($1{"id":$2})");
+    json = Replace(json, R"( (\S+?):(\S+))", R"(,{"id":$1,"subsystems":[$2]})");
+    return Replace(json, "(\\w+) ([^,]+),?(.*)",
+                   R"({"req_type":"$1_session","session_id":$2,"opcodes":[$3]})");
+  }
+
+  // `VERB SESSION ITEM,ITEM`
+  template <typename Query>
+  static std::string Ask(Query query, const std::string& text) {
+    std::istringstream words(text.substr(text.find(' ')));
+    uint32_t session_id = 0;
+    words >> session_id >> std::ws;
+    std::vector<std::string> items;
+    for (std::string item; std::getline(words, item, ',');) {
+      items.push_back(item);
+    }
+    std::ostringstream results;
+    for (const auto& result : query(session_id, items)) {
+      results << (results.tellp() == 0 ? "" : ",") << result;
+    }
+    return results.str();
+  }
+
+  std::string Call(const std::string& verb, const std::string& text) const {
+    if (verb == "permission") {
+      return Ask(orvd_permission_query, text);
+    }
+    if (verb == "info" || verb == "monitor") {
+      return Ask(verb == "info" ? orvd_info_query : orvd_info_monitor, text);
+    }
+    if (verb == "register" || verb == "define") {
+      const std::string blob = (verb == "define" ? "\x02" : "") + text.substr(verb.size() + 1);
+      return std::to_string(_orvd_svc_register_auth(kServiceId, 0x1000, blob.c_str(), "t"));
+    }
+    Json::Value message = orvd::ParseObject(Message(text));
+    return std::to_string(verb == "init"        ? orvd_svc_init()
+                          : verb == "deinit"    ? orvd_svc_deinit(message["session_id"].asUInt())
+                          : verb == "alone"     ? (WaitForThreads(threads) ? 1 : 0)
+                          : verb == "terminate" ? terminate_sessions()
+                          : verb == "reconnect" ? send_reconnection_notification()
+                          : verb == "start"     ? handle_session_start(message)
+                                                : handle_session_end(message));
+  }
+
+  void Do(const std::string& step) {
+    const std::string verb = step.substr(0, step.find(' '));
+    const std::string rest = step.substr(std::min(step.size(), verb.size() + 1));
+    if (verb == "level") {
+      SetDebugLevel(std::stoi(rest));
+    } else if (verb == "rule") {
+      peer.SetRule(orvd::KindOf(rest), [rest](auto) { return std::optional(rest); });
+    } else if (verb == "lose") {
+      peer.StopListening();
+      peer.HangUpForWriting();
+      EXPECT_TRUE(WaitLogged("> reconnected 0x0000a001::0\n"));
+    } else if (verb[0] == '=') {
+      try {
+        Note("= " + Call(verb.substr(1), step.substr(1)));
+      } catch (const Json::LogicError&) {
+        Note("= throws");
+      }
+    } else {
+      peer.Send(Message(step));
+      Settle();
+    }
+  }
+
+  // Steps are separated by ';': messages from the Manager, and what Do() has words for. What is
+  // behind '=' is called, and its result noted.
+  std::string Play(const std::string& script) {
+    std::istringstream steps(script);
+    for (std::string step; std::getline(steps >> std::ws, step, ';');) {
+      Do(step);
+    }
+    return Heard();
+  }
+
+  // The log since the last call, shortened; in the place of what was sent, what was received. Lines
+  // on waiting come last, for the receive thread may write before them what is waited for.
+  std::string Heard() {
+    std::string text, waiting;
+    for (const LogLine& line : Log()) {
+      EXPECT_EQ(line.priority, ANDROID_LOG_ERROR) << line;
+      const bool is_sent = line.text.rfind("client Sending message ", 0) == 0;
+      (line.text[0] == 'w' ? waiting : text) += (is_sent ? Next() : line.text) + "\n";
+    }
+    text += waiting;
+    ClearLog();
+    text = Replace(
+        text, "(Client received|Waiting|recv_msg|Unknown request type 'fence|Communication).*", "");
+    text = Replace(text, "_fd (is )?[0-9]+", "_fd");
+    text = Replace(text, "(JSON failure) .*(\n  .*)*", "$1");
+    text = Replace(text, R"(."req_type":"(\w+)_session","session_id":(\d+),"Result":)", "< $1 $2 ");
+    return Replace(Replace(Replace(text, "ession 5 with 0x0000", "~"), "\n+", "\n"), "^\n", "");
+  }
+
+  std::string Next() { return peer.Next().value_or("lost"); }
+
+  const std::thread::id test_thread = std::this_thread::get_id();
+  const long threads = Threads();  // without a receive thread
+  pthread_mutex_t* const session_lock = FirstLockOf([] {
+    Json::Value no_task;
+    handle_exec_task(no_task, nullptr);
+  });
+  pthread_mutex_t* const table_lock = FirstLockOf([] { send_reconnection_notification(); });
+};
+
+struct WholeScript : ScriptTest, testing::WithParamInterface<Script> {};
+TEST_P(WholeScript, IsHeard) {
+  const auto& [level, name, refused, before, script, heard] = GetParam();
+  Begin(level);
+  Play(before);
+  recorder.Return(refused, 1);
+  EXPECT_EQ(Play(script), Replace(heard, "[|]", "\n") + "\n");
+}
