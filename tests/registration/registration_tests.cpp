@@ -1,11 +1,8 @@
 #include <future>
 
-#include "support/gated_log.h"
-#include "support/service_fixture.h"
+#include "support/script_test.h"
 
 namespace {
-
-using namespace std::string_literals;  // NOLINT(google-build-using-namespace)
 
 class RegistrationTest : public ServiceTest {
  protected:
@@ -17,40 +14,43 @@ class RegistrationTest : public ServiceTest {
   }
 };
 
-TEST_F(RegistrationTest, RefusesADefinitionAndSendsNothing) {
-  const std::string version = "@4 Unsupported API definition (wanted 2; got ";
-  const std::string unread = "@1 Parsing of API definition failed!! (opcode 0x00001000)\n@0   JSON";
-  const std::string mismatch = "@1 Mismatch opcode in registration ";
-  const std::string start = R"({"Orvex":{"opcode":"1000","subsystems":)";
-  const std::pair<std::string, std::string> rows[] = {
-      {"\x01ORVEX\x01{}", version + "123)\n"},
-      {"\x01OR\xff{}", version + "255)\n"},
-      {"\x02", unread},
-      {"\x02{\"Orvex\":[]}", unread},
-      {"\x02{\"Orvex\":{\"opcode\":[]}}", unread},
-      {"\x02" + std::string(1001, '['), unread},
-      {"\x02" + start + "5}}", unread},
-      {"\x02" + start + "[{\"id\":-1}]}}", unread},
-      {"\x02" + start + "[null]}}", unread},
-      {"\x02{\"Orvex\":{\"opcode\":\"1001\"}}",
-       mismatch + "1001 (0x00004096) vs definition (0x00004097)\n"},
-      {"\x02{}", mismatch + "0 (0x00004096) vs definition (0x00000000)\n"},
-  };
+const Script kScripts[] = {
+    {4, "AllLines", "", "",
+     "=register \x01ORVEX\x01{};=register \x01OR\xff{};"
+     R"(=define {"Orvex":{"opcode":"1001"}};=define {};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}};
+=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})",
+     R"(ORVEX service register and authenticate|Unsupported API definition (wanted 2; got 123)|= -1|ORVEX service register and authenticate|Unsupported API definition (wanted 2; got 255)|= -1
+ORVEX service register and authenticate|Mismatch opcode in registration 1001 (0x00004096) vs definition (0x00004097)|= -2|ORVEX service register and authenticate|Mismatch opcode in registration 0 (0x00004096) vs definition (0x00000000)|= -2
+ORVEX service register and authenticate
+json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
+{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|Added service 0x00001000::7|Successfully authed and added 0x00001000::7 service mapping|ORVEX service authed and registered|= 0
+ORVEX service register and authenticate
+json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
+{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|Duplicate service registration 0x00001000::7|Successfully authed and added 0x00001000::7 service mapping|ORVEX service authed and registered|= 0)"},
+    {1, "FromLevelOne", "", "",
+     "=register ;=define ;=define " + std::string(1001, '[') +
+         R"(;=define {"Orvex":[]};=define {"Orvex":{"opcode":[]}};=define {"Orvex":{"opcode":"1000","subsystems":5}};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":-1}]}};
+=define {"Orvex":{"opcode":"1000","subsystems":[null]}};=define {};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})",
+     R"(= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1
+Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1
+Mismatch opcode in registration 0 (0x00004096) vs definition (0x00000000)|= -2
+json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
+{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|= 0)"},
+    {0, "Always", "", "",
+     R"(=define ;=define {};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})",
+     R"(  JSON failure|= -1|= -2
+json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
+{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|= 0)"},
+};
+INSTANTIATE_TEST_SUITE_P(Registration, WholeScript, testing::ValuesIn(kScripts));
+
+TEST_F(RegistrationTest, RefusesACallerAndSendsNothing) {
   EXPECT_EQ(Register(0x1000, ApiBlob(0x1000, {})), -3);
-  for (const int level : {4, 1, 0}) {
-    SetDebugLevel(level);
-    Init();
-    for (const auto& [blob, lines] : rows) {
-      SCOPED_TRACE(blob + " at level " + std::to_string(level));
-      ClearLog();
-      EXPECT_EQ(Register(0x1000, blob), lines.find(mismatch) == 0 ? -2 : -1);
-      EXPECT_EQ(StableLog(), OpenAt(level, "@4 ORVEX service register and authenticate\n" + lines));
-    }
-    EXPECT_EQ(_orvd_svc_register_auth(8, 0x1000, "\x02{}", "t"), -2);
-    EXPECT_EQ(_orvd_svc_register_auth(kServiceId, 0x1000, nullptr, "t"), -2);
-    orvd_svc_deinit(kServiceId);
-    EXPECT_EQ(peer.NextOf("AUTH", orvd::Milliseconds(0)), std::nullopt);
-  }
+  Init();
+  EXPECT_EQ(_orvd_svc_register_auth(8, 0x1000, ApiBlob(0x1000, {}).c_str(), "t"), -2);
+  EXPECT_EQ(_orvd_svc_register_auth(kServiceId, 0x1000, nullptr, "t"), -2);
+  EXPECT_EQ(Register(0x1000, ApiBlob(0x1000, {}), nullptr), -2);
+  EXPECT_EQ(peer.Next(orvd::Milliseconds(0)), std::nullopt);
 }
 
 TEST_F(RegistrationTest, SendsTheDefinitionAsItStands) {
