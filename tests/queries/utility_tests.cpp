@@ -1,49 +1,46 @@
-#include <climits>
+#include <tuple>
 
 #include "support/service_fixture.h"
 
 namespace {
 
-constexpr const char* kNoNumber = "Invalid input, no conversion\n";
-constexpr const char* kTooLarge = "Invalid input, out of range input\n";
+const std::string kNoNumber = "-1 99 Invalid input, no conversion\n";  // 99: untouched
+const std::string kTooLarge = "-1 99 Invalid input, out of range input\n";
 
+// Result, value and log.
 template <typename Number>
-struct Row {
-  const char* text;
-  int code;
-  Number value;  // 99: untouched
-  const char* line;
-};
-
-template <typename Number, size_t N>
-void Check(int (*convert)(std::string, Number*), const Row<Number> (&rows)[N]) {
-  for (const Row<Number>& row : rows) {
-    SCOPED_TRACE(row.text);
-    ClearLog();
-    Number value = 99;
-    EXPECT_EQ(convert(row.text, &value), row.code);
-    EXPECT_EQ(value, row.value);
-    EXPECT_EQ(LogText(), row.line);
-  }
+std::string Converted(int (*convert)(std::string, Number*), const char* text) {
+  ClearLog();
+  Number value = 99;
+  const int code = convert(text, &value);
+  return std::to_string(code) + " " + std::to_string(value) + " " + LogText();
 }
 
 TEST(Conversions, NumbersWithTheirRanges) {
-  Check<int>(stoi_validation, {{" \t-12abc", 0, -12, ""},
-                               {"2147483647", 0, INT_MAX, ""},
-                               {"2147483648", -1, 99, kTooLarge},
-                               {"0x10", 0, 0, ""},
-                               {"", -1, 99, kNoNumber},
-                               {"abc", -1, 99, kNoNumber}});
-  Check<unsigned>(stoul_validation, {{"4294967295", 0, UINT_MAX, ""},
-                                     {"4294967296", 0, 0, ""},
-                                     {"-1", 0, UINT_MAX, ""},
-                                     {"18446744073709551616", -1, 99, kTooLarge},
-                                     {"0x10", 0, 0, ""},
-                                     {"-", -1, 99, kNoNumber}});
-  Check<unsigned long>(stoull_validation, {{"18446744073709551615", 0, ULONG_MAX, ""},
-                                           {"18446744073709551616", -1, 99, kTooLarge},
-                                           {"0x10", 0, 0, ""},
-                                           {"x", -1, 99, kNoNumber}});
+  const std::tuple<char, const char*, std::string> rows[] = {
+      {'i', " \t-12abc", "0 -12 "},
+      {'i', "2147483647", "0 2147483647 "},
+      {'i', "2147483648", kTooLarge},
+      {'i', "0x10", "0 0 "},
+      {'i', "", kNoNumber},
+      {'i', "abc", kNoNumber},
+      {'u', "4294967295", "0 4294967295 "},
+      {'u', "4294967296", "0 0 "},
+      {'u', "-1", "0 4294967295 "},
+      {'u', "18446744073709551616", kTooLarge},
+      {'u', "0x10", "0 0 "},
+      {'l', "0x10", "0 0 "},
+      {'u', "-", kNoNumber},
+      {'l', "x", kNoNumber},
+      {'l', "18446744073709551615", "0 18446744073709551615 "},
+      {'l', "18446744073709551616", kTooLarge}};
+  for (const auto& [type, text, outcome] : rows) {
+    EXPECT_EQ(type == 'i'   ? Converted<int>(stoi_validation, text)
+              : type == 'u' ? Converted<unsigned>(stoul_validation, text)
+                            : Converted<unsigned long>(stoull_validation, text),
+              outcome)
+        << text;
+  }
 }
 
 TEST(Conversions, BooleansAreExactWords) {
