@@ -55,13 +55,15 @@ ORVEX service init| Already initialized; return existing service id 7|= 7|gServi
 Failed to parse ORVEX manager request|pause 500|Failed to parse ORVEX manager request|pause 500|Unknown request type 'b'|Unknown request type '0')"},
     {3, "Notifications", "", "",
      R"({"req_type":"state_change","session_id":3,"state":"screen","value":"on","package":"p"};{"req_type":"system_setting_change","session_id":4294967295,"state":"","value":5};
-{"req_type":"state_change","state":"screen","package":"p"};{"req_type":"system_setting_change","state":"nullable","value":"on"};{"req_type":"state_change","state":null,"value":null,"package":null};
-{"req_type":"permission_change","sesson_id":"9","status":"-3","permission":"null","package":"p"};{"req_type":"permission_change","session_id":"9","status":"0x1"})",
+{"req_type":"state_change","state":"screen","package":"p"};{"req_type":"state_change","value":"on"};{"req_type":"system_setting_change","state":"nullable","value":"on"};{"req_type":"state_change","state":null,"value":null,"package":null};
+{"req_type":"permission_change","sesson_id":"010x","status":"-3","permission":"null","package":"p"};{"req_type":"permission_change","session_id":"9","status":"0x1"};{"req_type":"permission_change"};{"req_type":"permission_change","sesson_id":"x","status":"x"})",
      R"(State change: state_change, session_id: 3, package: p, state: screen:on|t> state_change session 3 state screen:on package p|t> state_change session 3 state screen:on package p
 State change: system_setting_change, session_id: -1, package: null, state: :5|t> setting_change session 4294967295 state :5 package null|t> setting_change session 4294967295 state :5 package null
-State change: state_change, session_id: 0, package: p, state: screen:null|State change: system_setting_change, session_id: 0, package: null, state: nullable:on
+State change: state_change, session_id: 0, package: p, state: screen:null|State change: state_change, session_id: 0, package: null, state: null:on|State change: system_setting_change, session_id: 0, package: null, state: nullable:on
 State change: state_change, session_id: 0, package: , state: :|t> state_change state :|t> state_change state :
-Req_type: permission_change Opcode: 0 ssid: 0 session_id: 9 permission: null package: p status: 1|t> permission_change session 9 permission null status 1 package p|t> permission_change session 9 permission null status 1 package p
+Req_type: permission_change Opcode: 0 ssid: 0 session_id: 10 permission: null package: p status: 1|t> permission_change session 10 permission null status 1 package p|t> permission_change session 10 permission null status 1 package p
+Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 package: null status: 0|t> permission_change permission 0 package null|t> permission_change permission 0 package null
+Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 package: null status: 0|t> permission_change permission 0 package null|t> permission_change permission 0 package null
 Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 package: null status: 0|t> permission_change permission 0 package null|t> permission_change permission 0 package null)"},
 };
 INSTANTIATE_TEST_SUITE_P(Link, WholeScript, testing::ValuesIn(kScripts));

@@ -33,7 +33,7 @@ class QueryTest : public ServiceTest {
 };
 
 const std::string kRules =
-    R"(rule {"req_type":"PERMISSION","QueryId":1,"status":0,"PermRes":["1",0,"-3"]};rule {"req_type":"INFO_QUERY","QueryId":2,"QueryInfosRes":["SUCCESS:a:b","ERROR:x"]};
+    R"(rule {"req_type":"PERMISSION","QueryId":1,"status":0,"PermRes":["1","0x1","-3"]};rule {"req_type":"INFO_QUERY","QueryId":2,"QueryInfosRes":["SUCCESS:a:b",5]};
 rule {"req_type":"INFO_MNTR","QueryId":3,"QueryInfosRes":[]})";
 const std::string kPermissionLines =
     R"(permission: a|permission: b c|Entry orvd_permission_query|orvd_permission_query request: {"req_type":"PERMISSION","Session_Id":4294967295,"service_id":7,"Permissions":["a","b c"],"QueryId":1}
@@ -43,13 +43,13 @@ size of permResp array: 3|i = 0, permRes_meta_data response: 1|i = 1, permRes_me
 const Script kScripts[] = {
     {0, "AllLevels", "", kRules, "=permission 4294967295 a,b c;=info 5 i,j;=monitor 6 k",
      kPermissionLines +
-         R"({"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|= SUCCESS:a:b,ERROR:x
+         R"({"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|= SUCCESS:a:b,5
 {"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|= |waiting for response in orvd_permission_query)"},
     {3, "FromLevelThree", "", kRules,
      "=permission 4294967295 a,b c;=info 5 i,j;=info 5;=monitor 6 k",
      kPermissionLines +
          R"(orvd_info_query request: {"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|{"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
-size of result array: 2|i = 0, info result: SUCCESS:a:b|i = 1, info result: ERROR:x|Exit orvd_info_query|= SUCCESS:a:b,ERROR:x|= ERROR:Empty requested info
+size of result array: 2|i = 0, info result: SUCCESS:a:b|i = 1, info result: 5|Exit orvd_info_query|= SUCCESS:a:b,5|= ERROR:Empty requested info
 orvd_info_monitor request: {"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|{"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}
 size of result array: 0|Exit orvd_info_monitor|= |waiting for response in orvd_permission_query|waiting for response in orvd_info_query|waiting for response in orvd_info_monitor)"},
 };
@@ -64,8 +64,24 @@ TEST_F(QueryTest, FailureAndRefusalHaveTheirOwnResults) {
   EXPECT_THAT(orvd_info_monitor(1, std::vector<std::string>(257)), ElementsAre(""));
   EXPECT_NE(LogText().find(R"(,"service_id":-1,)"), std::string::npos);
   Start(1);
-  Answer("PERMISSION", R"("status":2,"PermRes":["1","1"])");
-  EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false));
+  for (const std::string status : {"2", "-1"}) {
+    Answer("PERMISSION", "\"status\":" + status + R"(,"PermRes":["1","1"])");
+    EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false)) << status;
+  }
+}
+
+TEST_F(QueryTest, WhatCannotBeConvertedEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const auto& [answer, exception] :
+       {std::pair{R"(PERMISSION","QueryId":1,"PermRes":["x"]})", "std::invalid_argument"},
+        {R"(PERMISSION","QueryId":1,"PermRes":["4294967296"]})", "std::out_of_range"},
+        {R"(PERMISSION","QueryId":1,"status":4294967296})", "Json::LogicError"},
+        {R"(state_change","session_id":4294967296})", "Json::LogicError"},
+        {R"(AUTH","opcode":"x"})", "std::invalid_argument"}}) {
+    const std::string text = std::string(R"({"req_type":")") + answer;
+    peer.SetRule("PERMISSION", [text](const std::string& /*request*/) { return text; });
+    EXPECT_DEATH((Start(1), orvd_permission_query(1, {})), exception);
+  }
 }
 
 TEST_F(QueryTest, WhatIsNoAnswerIsDiscardedAndTheQueryEndsAfterThreeSeconds) {

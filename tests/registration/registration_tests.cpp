@@ -78,7 +78,8 @@ TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
   Recorder second;
   Recorder* told = &recorder;
   Init();
-  for (const auto& [members, result] : {std::pair{R"("opcode":"4294967295","result":0)", 0},
+  for (const auto& [members, result] : {std::pair{R"("opcode":"04294967295x","result":0)", 0},
+                                        {R"("opcode":"4294967295","result":null)", 0},
                                         {R"("opcode":"-1","result":5)", 0},
                                         {R"("opcode":"4294967295","result":-7)", -1},
                                         {R"("opcode":4294967295)", -1}}) {
@@ -87,6 +88,7 @@ TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
       std::string answer = R"({"req_type":")" + type + "\"," + members + "}";
       peer.SetRule(type, [=](const std::string&) {
         peer.Send(R"({"req_type":"REGS","opcode":"4294967295","result":-1})");
+        peer.Send(R"({"req_type":")" + type + R"(","result":-1})");
         peer.Send(R"({"req_type":")" + type + R"(","opcode":"4294967294","result":-1})");
         return answer;
       });

@@ -24,12 +24,13 @@ Trying to start s~a001::2|s> start 0x0000a001::2 session 5|S~a001::2 success|Try
      R"(session_id received is 5|Trying to create new session 5|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 success|= throws|session_id received is 5|Trying to start s~a001::1
 S~a001::1 never received ready_session. Resetting|< start 5 "Failed"}|Start session 5 with 0 service (1 failed; 0 duplicate)|= -1|session_id received is 5|Trying to start s~a001::1
 s> start 0x0000a001::1 session 5|S~a001::1 success|< start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":1}]}]}|Start session 5 with 1 service (0 failed; 0 duplicate)|session_id received is 5|Trying to ready s~a001::1|s> ready 0x0000a001::1 session 5)"},
-    {1, "LowLevel", "start", R"(start 5 "a001":1)", R"(start 5 "a001":1,2,9;end 6;=end 5 40961:1)",
-     R"(session_id received is 5|s> start 0x0000a001::2 session 5|Service does not support requested 0x0000a001::9|< start 5 "Failed"}|Failed to handle session start event
-< end 6 "Failed"}|Failed to handle end start event|< end 5 "Failed"}|= -1)"},
+    {1, "LowLevel", "start", R"(start 5 "a001":1)",
+     R"(start 5 "a001":1,2,4294967295;end 4294967295;=end 5 40961:1)",
+     R"(session_id received is 5|s> start 0x0000a001::2 session 5|Service does not support requested 0x0000a001::4294967295|< start 5 "Failed"}|Failed to handle session start event
+< end 4294967295 "Failed"}|Failed to handle end start event|< end 5 "Failed"}|= -1)"},
     {4, "BadIdsAndNoOpcodes", "", "",
-     R"(start -1 "a001":1;=start "5" "a001":1;ready 1.5 "a001":1;ready 4294967295 "a001":1;{"req_type":"start_session"};end 0)",
-     R"(Failed to handle session start event|= -1|Failed to handle session ready event
+     R"(start 4294967296 "a001":1;=start "5" "a001":1;start null "a001":1;ready 1.5 "a001":1;ready 4294967295 "a001":1;{"req_type":"start_session","opcodes":{}};end 0)",
+     R"(Failed to handle session start event|= -1|Failed to handle session start event|Failed to handle session ready event
 session_id received is 4294967295|Invalid session_id was passed to handle_session_ready -1|Failed to handle session ready event
 session_id received is 0|Trying to create new session 0|< start 0 "Failed"}|Start session 0 with 0 service (0 failed; 0 duplicate)|Failed to handle session start event
 Session 0 completely ended|< end 0 "Failed"}|Ended session 0 with 0 service (0 failed)|Failed to handle end start event)"},
@@ -38,18 +39,18 @@ Session 0 completely ended|< end 0 "Failed"}|Ended session 0 with 0 service (0 f
      R"(session_id received is 5|s> ready 0x0000a001::1 session 5|session_id received is 5|S~a001::1 already in ready state
 session_id received is 5|s> ready 0x0000a001::2 session 5|S~b002::3 not started before ready call|session_id received is 5|S~a001::2 already active|< start 5 "Failed"}|Failed to handle session start event)"},
     {4, "End", "end 0x0000b002::3", R"(start 5 "a001":1,2 "b002":3,4)",
-     R"({"req_type":"end_session","session_id":5,"opcodes":[{}]};=end 5 40961.0:1 "0xa001":2;=end 5 40961:1,2 49155:1 45058:3;=end 5;=end 5)",
-     R"(Failed to handle end start event|Trying to end s~a001::1|in inform_session_state|s> end 0x0000a001::1 session 5|S~a001::1 terminate success|= -1
+     R"({"req_type":"end_session","session_id":5,"opcodes":[{}]};=end 5 1.5:1;=end 5 4294967296:1;=end 5 40961.0:1 "0xa001":2;=end 5 40961:1,2 4294967295:1 45058:3;{"req_type":"end_session","session_id":5,"opcodes":5};=end 5)",
+     R"(Failed to handle end start event|= -1|= -1|Trying to end s~a001::1|in inform_session_state|s> end 0x0000a001::1 session 5|S~a001::1 terminate success|= -1
 Trying to end s~a001::1|S~a001::1 is not active; ignoring|Trying to end s~a001::2|in inform_session_state|s> end 0x0000a001::2 session 5
 S~a001::2 terminate success|Trying to end s~b002::3|in inform_session_state|s> end 0x0000b002::3 session 5|S~b002::3 terminate failed|< end 5 "Success"}
-Ended session 5 with 1 service (2 failed)|= 0|in inform_session_state|s> end 0x0000b002::3 session 5|in inform_session_state|s> end 0x0000b002::4 session 5|Session 5 completely ended|< end 5 "Success"}|Ended session 5 with 1 service (1 failed)|= 0
+Ended session 5 with 1 service (2 failed)|= 0|in inform_session_state|s> end 0x0000b002::3 session 5|in inform_session_state|s> end 0x0000b002::4 session 5|Session 5 completely ended|< end 5 "Success"}|Ended session 5 with 1 service (1 failed)
 Session 5 is not active; ignoring|< end 5 "Failed"}|Ended session 5 with 0 service (0 failed)|= -1)"},
     {1, "TaskInVain", "", R"(start 5 "a001":1,2;ready 5 "a001":2)",
      R"({"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":4294967295};
-{"req_type":"exec_task","opcode":"a001","subsys_id":3,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":5};
+{"req_type":"exec_task","opcode":"a001","subsys_id":4294967295,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":5};
 {"req_type":"exec_task","opcode":"40961","subsys_id":2,"session_id":5};{"req_type":"exec_task","subsys_id":2,"session_id":5};
 {"req_type":"exec_task","opcode":"a001","subsys_id":2,"session_id":5,"func":{"num_of_args":2,"args":[{"type":"uint8","value":1},{"type":"uint8","value":256}]}})",
-     R"(Invalid session_id was passed to execute function -1|Failed to handle execute task event|No S~a001::3|Failed to handle execute task event
+     R"(Invalid session_id was passed to execute function -1|Failed to handle execute task event|No S~a001::4294967295|Failed to handle execute task event
 S~a001::1 not ready|Failed to handle execute task event|Failed to handle execute task event|Failed to handle execute task event|Out of range value for uint8|Failed to handle execute task event)"},
     {4, "Terminate", "end 0x0000a001", R"(start 6 "a001":1;start 5 "b002":3 "a001":2)",
      R"(=terminate;=terminate;start 6 "a001":1;=terminate)",
