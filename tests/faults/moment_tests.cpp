@@ -118,7 +118,7 @@ std::atomic<int> next_id{kServiceId};
 
 int RegisterAs(int id, uint32_t opcode) {
   return _orvd_svc_register_auth(static_cast<uint32_t>(id), opcode,
-                                 ApiBlob(opcode, {1, 2, 3}).c_str(), "t");
+                                 ApiBlob(opcode, {1, 2, 3, 4, 5}).c_str(), "t");
 }
 int ReadyAs(int id, uint32_t opcode) {
   gate.Pass("readiness begins");
@@ -148,10 +148,10 @@ bool HasReconnected() {
   return LogText().find("reconnected to manager") != std::string::npos;
 }
 
-// Pairs 1 and 2 are started, 1 is ready.
+// Pairs 1 to 4 are started, 1 is ready.
 const std::string kEnd = R"({"req_type":"end_session","session_id":9,"opcodes":[]})";
-const std::string kStart = SessionMessage("start_session", kSession, kOpcode, {3});
-const std::string kReady = SessionMessage("ready_session", kSession, kOpcode, {2});
+const std::string kStart = SessionMessage("start_session", kSession, kOpcode, {5});
+const std::string kReady = SessionMessage("ready_session", kSession, kOpcode, {2, 3, 4});
 const std::string kTask = TaskMessage(kSession, kOpcode, 1, 1);
 const std::string kNotification = R"({"req_type":"permission_change"})";
 
@@ -208,7 +208,7 @@ class HeldServiceTest : public ServiceTest {
       peer.Send(kEnd);
       ASSERT_TRUE(peer.NextOf("end_session"));
     }
-    peer.Send(SessionMessage("start_session", kSession, kOpcode, {1, 2}));
+    peer.Send(SessionMessage("start_session", kSession, kOpcode, {1, 2, 3, 4}));
     EXPECT_THAT(Next("start_session"), testing::HasSubstr("Success"));
     peer.Send(SessionMessage("ready_session", kSession, kOpcode, {1}));
   }
@@ -259,8 +259,8 @@ void HeldServiceTest::UseAndEnd() {
   const std::lock_guard<std::mutex> lock(events_mutex);
   events.erase(std::remove_if(events.begin(), events.end(), [](char c) { return c < '2'; }),
                events.end());
-  // Two pairs start, one is ready, one notification for the one ready opcode, two end.
-  EXPECT_EQ(events.substr(std::min(events.size(), events.rfind("22"))), "226433");
+  // Four pairs start, one is ready, one notification for the one ready opcode, four end.
+  EXPECT_EQ(events.substr(std::min(events.size(), events.rfind("2222"))), "2222643333");
 }
 
 // False when the moment has no such lock.
@@ -342,6 +342,8 @@ TEST_F(HeldServiceTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
 
 TEST_F(HeldServiceTest, TheDescriptorOfALostConnectionIsClosedBeforeTheServiceIsTold) {
   InitAndOffer();
+  peer.SetRule("AUTH", nullptr);
+  Begin([this] { RegisterAs(id_, kOpcode); });  // waits without limit
   const long before = CountEntries("/proc/self/fd");
   gate.Await("event 1", 0);
   peer.HangUp();
