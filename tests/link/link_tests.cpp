@@ -33,10 +33,10 @@ constexpr const char* kPaths[][6] = {
 
 const Script kScripts[] = {
     {4, "Levels", "", "",
-     "level 3;=init;=init;=deinit 5;=deinit 7;=deinit 7;=init;level 0;=deinit 7;=init;level 4;=deinit 7;=init",
+     "level 3;=init;=init;=deinit 5;=deinit 7;=deinit 7;=init;level 0;=deinit 7;=init;=init;level 4;=deinit 7;=init",
      R"(ORVEX service init| Already initialized; return existing service id 7|= 7|ORVEX service init| Already initialized; return existing service id 7|= 7|= -2
 {"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|= -3|ORVEX service init|{"req_type":"INIT"}|= 7
-{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|{"req_type":"INIT"}|= 7
+{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|{"req_type":"INIT"}|= 7| Already initialized; return existing service id 7|= 7
 {"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|ORVEX initialized; svc id 7|= 7)"},
     {4, "Refused", "", "=deinit 7",
      R"(rule {"req_type":"INIT"};=init;=alone;rule {"req_type":"INIT","service_id":7};=init;=deinit 7;rule {"req_type":"INIT","service_id":-5};=init;=deinit 4294967291;rule {"req_type":"INIT","service_id":7};=init)",
@@ -45,14 +45,14 @@ const Script kScripts[] = {
 gService_id is -1, svc_id is -5|= 0|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7|= 7)"},
     {4, "Lost", "none", R"(start 6 "a001":1)", "lose;=init;=deinit 7;=init",
      R"(EXIT|in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate success|Ended session 6 with 1 service (0 failed)
-Failed to connect to ORVEX Manager (connection failed No such file or directory)|pause 50|Failed to connect to ORVEX Manager (connection failed No such file or directory)|pause 50
+Failed to connect to ORVEX Manager (connection failed No such file or directory)|pause 50000|Failed to connect to ORVEX Manager (connection failed No such file or directory)|pause 50000
 Manager connection established, gMgrSocket_fd|reconnected to manager, gMgrSocket_fd, total time to reconnect 100|in inform_session_state|> reconnected 0x0000a001::0
 ORVEX service init| Already initialized; return existing service id 7|= 7|gService_id is -1, svc_id is 7|= 0|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7|= 7)"},
     {1, "Unreadable", "", "",
      R"({"req_type":"permission_change"};{"req_type":"long enough to leave traces"} rest;{"req_type":"cut;[{"req_type":"in a list"}];{"req_type":"a)" +
          std::string(1, '\0') + R"(b"};{"req_type":"b\u0000c"};{})",
-     R"(t> permission_change permission 0 package null|t> permission_change permission 0 package null|Unknown request type 'long enough to leave traces'|Failed to parse ORVEX manager request|pause 500
-Failed to parse ORVEX manager request|pause 500|Failed to parse ORVEX manager request|pause 500|Unknown request type 'b'|Unknown request type '0')"},
+     R"(t> permission_change permission 0 package null|t> permission_change permission 0 package null|Unknown request type 'long enough to leave traces'|Failed to parse ORVEX manager request|pause 500000
+Failed to parse ORVEX manager request|pause 500000|Failed to parse ORVEX manager request|pause 500000|Unknown request type 'b'|Unknown request type '0')"},
     {3, "Notifications", "", "",
      R"({"req_type":"state_change","session_id":3,"state":"screen","value":"on","package":"p"};{"req_type":"system_setting_change","session_id":4294967295,"state":"","value":5};
 {"req_type":"state_change","state":"screen","package":"p"};{"req_type":"state_change","value":"on"};{"req_type":"system_setting_change","state":"nullable","value":"on"};{"req_type":"state_change","state":null,"value":null,"package":null};

@@ -63,7 +63,7 @@ TEST_F(ReconnectionTest, AStatusOneCallbackMayInitialiseAgain) {
   std::promise<int> result;
   On(ORVD_RECONNECTED, [&] {
     EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
-    result.set_value(orvd_svc_init());
+    result.set_value(orvd_svc_init() + Register(0x20, {1}));
   });
   peer.HangUp();
   EXPECT_EQ(result.get_future().get(), kServiceId);
@@ -91,20 +91,47 @@ TEST_F(ReconnectionTest, EachAttemptChoosesThePathAnew) {
   EXPECT_TRUE(recorder.WaitFor("reconnected 0x00000010::0"));
 }
 
-TEST_F(ReconnectionTest, AReceiveThreadOfBeforeSaysNothingOnTheNewConnection) {
-  std::promise<void> held, let_go;
-  On(ORVD_SESSION_START, [&] {
-    held.set_value();
-    let_go.get_future().wait();
-  });
-  peer.Send(SessionMessage("start_session", 11, 0x10, {1}));
-  held.get_future().wait();
-  ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
-  Init();
-  let_go.set_value();
+// Holds the receive thread in a callback, while the service initialises again.
+class HeldThreadTest : public ReconnectionTest {
+ protected:
+  void InitialiseAgainDuring(orvd_status_t event, const std::function<void()>& cause) {
+    std::promise<void> held;
+    On(event, [&held, let_go = let_go_.get_future().share()] {
+      held.set_value();
+      let_go.wait();
+    });
+    cause();
+    held.get_future().wait();
+    recorder.SetHook(nullptr);
+    ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
+    Init();
+    Offer(0x20, {1});
+  }
+  std::promise<void> let_go_;
+};
+
+TEST_F(HeldThreadTest, SaysNothingOnTheNewConnection) {
+  InitialiseAgainDuring(ORVD_SESSION_START,
+                        [this] { peer.Send(SessionMessage("start_session", 11, 0x10, {1})); });
+  let_go_.set_value();
   EXPECT_TRUE(WaitLogged("Failed to send start session response to ORVEX Manager"));
   Settle();
   EXPECT_EQ(peer.NextOf("start_session", orvd::Milliseconds(0)), std::nullopt);
+}
+
+TEST_F(HeldThreadTest, EndsNoSessionOfTheNewConnection) {
+  InitialiseAgainDuring(ORVD_TERMINATED, [this] { peer.HangUp(); });
+  OpenSession(9, 0x20, 1);  // as before the loss
+  OpenSession(11, 0x20, 1);
+  recorder.Clear();
+  let_go_.set_value();
+  ASSERT_TRUE(WaitForThreads(threads_ + 1));
+  for (const uint32_t session_id : {9U, 11U}) {
+    peer.Send(SessionMessage("start_session", session_id, 0x20, {1}));
+    const std::string pair = std::to_string(session_id) + " with 0x00000020::1";
+    EXPECT_TRUE(WaitLogged("Session " + pair + " already active"));
+  }
+  EXPECT_EQ(recorder.events(), "");
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ class QueryTest : public ServiceTest {
 };
 
 const std::string kRules =
-    R"(rule {"req_type":"PERMISSION","QueryId":1,"status":0,"PermRes":["1","0x1","-3"]};rule {"req_type":"INFO_QUERY","QueryId":2,"QueryInfosRes":["SUCCESS:a:b",5]};
+    R"(rule {"req_type":"PERMISSION","QueryId":1,"PermRes":["1","0x1","-3"]};rule {"req_type":"INFO_QUERY","QueryId":2,"QueryInfosRes":["SUCCESS:a:b",5]};
 rule {"req_type":"INFO_MNTR","QueryId":3,"QueryInfosRes":[]})";
 const std::string kPermissionLines =
     R"(permission: a|permission: b c|Entry orvd_permission_query|orvd_permission_query request: {"req_type":"PERMISSION","Session_Id":4294967295,"service_id":7,"Permissions":["a","b c"],"QueryId":1}

@@ -51,12 +51,13 @@ struct ScriptTest : ServiceTest {
       const std::string event = recorder.events();
       recorder.Clear();
       if (std::this_thread::get_id() != test_thread) {
-        FreezeClock([this](auto length) { return Pause(length / orvd::Milliseconds(1)); });
+        FreezeClock([this](auto length) { return Pause(length / std::chrono::microseconds(1)); });
       }
       Note(locks + "> " + event);  // last: the test may end once it is there
     });
     orvd_send_to_manager_raw("begun");
     peer.NextOf("begun");
+    EXPECT_NE(CountLogged("Client received!!!"), 0U);
     ClearLog();
   }
 
@@ -65,9 +66,9 @@ struct ScriptTest : ServiceTest {
   }
 
   // A lost Manager is back at the second attempt to reconnect that fails.
-  bool Pause(int64_t milliseconds) {
-    Note("pause " + std::to_string(milliseconds));
-    if (CountLogged("pause 50") == 2) {
+  bool Pause(int64_t microseconds) {
+    Note("pause " + std::to_string(microseconds));
+    if (CountLogged("pause 50000") == 2) {
       peer.Listen();
     }
     return true;
