@@ -15,19 +15,21 @@ namespace {
 
 using testing::Combine, testing::Range;
 
-enum Way {
-  kGone,          // end of file, and nobody reads what the service sends
-  kStillReading,  // end of file, but the Manager reads on
-  kReset,         // closed with packets unread
-  kRefused,       // end of file, and nobody listens until the service has deinitialised
-};
+// kGone: end of file, and nobody reads what the service sends. kStillReading: end of file, but the
+// Manager reads on. kReset: closed with packets unread. kRefused: end of file, and nobody listens
+// until the service has deinitialised.
+enum Way { kGone, kStillReading, kReset, kRefused };
 // Two kinds of each, which take turns over the moments.
 constexpr const char* kKinds[] = {"Closed", "BackLater", "EmptyPacket", "HalfClosed",
                                   "Reset",  "Reset",     "Refused",     "Refused"};
 
-std::atomic<bool> busy{false};
-std::atomic<bool> let_go{false};
-std::atomic<int> answers{0};
+// What the call of the moment has returned. It runs on a thread of its own and may never return.
+constexpr int kNothing = -100;
+constexpr int kUnderWay = -101;
+std::atomic<int> result{kNothing};
+
+std::atomic<bool> busy{false}, let_go{false};
+std::atomic<int> answers{0};  // to the task of the moment
 
 void Hold() {
   busy = true;
@@ -40,9 +42,7 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
   return 0;
 }
 
-// What the service does at the moment, on a thread of its own: the call may never return.
-constexpr int kNothing = -100;
-constexpr int kUnderWay = -101;
+// What the service calls at the moment.
 constexpr auto kRegister = [] { return ServiceTest::Register(0x10, {1}); };
 constexpr auto kReady = [] { return kRegister() + ServiceTest::Ready(0x10, RunTask); };
 constexpr auto kAnswer = [] { return let_go = true, kNothing; };
@@ -56,7 +56,8 @@ const std::string kTold = "terminated 0x00000010::0\n";
 const std::string kEnded = kTold + "end 0x00000010::1 session 8\nend 0x00000010::1 session 9\n";
 const std::string kLeaves = "left ";  // nothing: it deinitialises
 
-enum Stage { kBegun, kInitialised, kInSessions };
+// kLostBefore: the Manager was lost and is back, and the service has deinitialised.
+enum Stage { kBegun, kLostBefore, kInitialised, kInSessions };
 
 struct Row {
   const char* name;
@@ -82,9 +83,8 @@ const Row kRows[] = {
     {"QueryWaiting", kInSessions, "", kQuery, "PERMISSION", kEnded, {"0"}},
     {"Notified", kInSessions, kNotify, nullptr, "", kEnded, {""}},
     {"Deinitialising", kInSessions, "", kDeinit, "", kLeaves, {"0"}},
-    {"LostAgain", kInitialised, "", nullptr, "", "", {"-1", "waits", "-1", "-1"}},
+    {"LostAgain", kLostBefore, "", orvd_svc_init, "", "", {"-1", "waits", "-1", "-1"}},
 };
-constexpr size_t kSecondLoss = std::size(kRows) - 1;
 
 class LossTest : public ServiceTest, public testing::WithParamInterface<std::tuple<size_t, int>> {
  protected:
@@ -101,6 +101,12 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
   void LoseAtTheMoment() {
     if (row_.stage != kBegun) {
       Init();
+    }
+    if (row_.stage == kLostBefore) {
+      Offer(0x10, {1});
+      peer.HangUp();
+      ASSERT_TRUE(recorder.WaitFor("reconnected 0x00000010::0") && WaitForThreads(threads_));
+      ASSERT_EQ(kDeinit(), 0);
     }
     if (row_.stage == kInSessions) {
       Offer(0x10, {1}, RunTask);
@@ -135,6 +141,7 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
   // `fd`: of a packet that is about to be sent, which no other can overtake.
   void Lose(int fd = -1) {
     recorder.Clear();
+    ClearLog();
     ASSERT_TRUE(peer.WaitConnected());
     if (is_deaf_) {  // the socket stays at its path, as behind a killed Manager
       const std::string aside = "/dev/socket/aside";
@@ -154,16 +161,16 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     let_go = let_go || row_.request == kNotify;
   }
 
-  void Begin(int (*call)()) {
-    *result_ = kUnderWay;
-    std::thread([call, result = result_] { *result = call(); }).detach();
+  static void Begin(int (*call)()) {
+    result = kUnderWay;
+    std::thread([call] { result = call(); }).detach();
   }
 
-  std::string Outcome() const {
-    const int result = *result_;
-    const std::string of_call = result == kUnderWay ? "waits" : std::to_string(result);
+  static std::string Outcome() {
+    const int now = result;
+    const std::string of_call = now == kUnderWay ? "waits" : std::to_string(now);
     const std::string of_task = answers == 1 ? "answered" : "answered twice";
-    return (result == kNothing ? "" : of_call) + (answers == 0 ? "" : of_task);
+    return (now == kNothing ? "" : of_call) + (answers == 0 ? "" : of_task);
   }
 
   std::string Loss() const {
@@ -187,35 +194,15 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     return way_ == kRefused ? "lost " + row_.told : "lost connected " + row_.told + back;
   }
 
-  template <typename Text>
-  static void ExpectSoon(Text text, const std::string& expected) {
-    Eventually([&] { return text() == expected; });
-    EXPECT_EQ(text(), expected);
-  }
-
-  bool WaitForReceiveThread() const { return WaitForThreads(threads_ + (waits_ ? 1 : 0)); }
-
-  // Nobody has read that it is lost. The receive is interrupted until INIT has been sent.
-  void InitialiseOnTheDeadConnection() {
-    FailNext(Call::kRecvfrom, EINTR, 100);
-    Begin(orvd_svc_init);
-    EXPECT_TRUE(!waits_ || peer.NextOf("INIT"));
-    ExpectSoon([this] { return Outcome(); }, outcome_);
-    FailNext(Call::kRecvfrom, 0, 0);
-    EXPECT_TRUE(WaitForReceiveThread());
-  }
-
   void Serve() {
-    let_go = true;
     peer.AgreeToEverything(kServiceId);
     Init();
-    const bool in_sessions = row_.stage == kInSessions;
-    const uint32_t opcode = in_sessions ? 0x10 : 0x20;  // the first may still wait for an answer
+    // The first opcode may still wait for an answer, and the first session may have survived.
+    const uint32_t opcode = row_.stage == kInSessions ? 0x10 : 0x20;
+    const uint32_t session = row_.told == kLeaves || way_ == kReset ? 10 : 9;
     Offer(opcode, {1}, RunTask);
-    if (!in_sessions || (row_.told != kLeaves && way_ != kReset)) {  // else the session survives
-      OpenSession(9, opcode, 1);
-    }
-    peer.Send(TaskMessage(9, opcode, 1, 2));
+    OpenSession(session, opcode, 1);
+    peer.Send(TaskMessage(session, opcode, 1, 2));
     EXPECT_TRUE(peer.NextOf("exec_task"));
   }
 
@@ -225,7 +212,7 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
   const bool is_deaf_ = way_ == kRefused || (way_ == kGone && is_second_kind_);  // for a while
   const std::string outcome_ = row_.outcome[row_.outcome[way_] != nullptr ? way_ : 0];
   const bool waits_ = outcome_ == "waits";
-  const std::shared_ptr<std::atomic<int>> result_ = std::make_shared<std::atomic<int>>(kNothing);
+  const bool initialises_ = row_.call == orvd_svc_init;
   const long threads_ = Threads();
 };
 
@@ -237,46 +224,29 @@ TEST_P(LossTest, IsToldAndTheServiceServesAgain) {
   if (way_ == kGone) {
     peer.Listen();
   }
-  ExpectSoon([this] { return Loss(); }, ExpectedLoss());
+  EXPECT_TRUE(Eventually([this] { return Loss() == ExpectedLoss(); })) << Loss();
   let_go = true;
-  ExpectSoon([this] { return Outcome(); }, outcome_);
-  if (row_.stage == kBegun && waits_) {
+  EXPECT_TRUE(Eventually([this] { return Outcome() == outcome_; })) << Outcome();
+  if (initialises_ && waits_) {
     return;
   }
-  EXPECT_EQ(kDeinit(), row_.stage == kBegun || row_.told == kLeaves ? -3 : 0);
-  EXPECT_TRUE(row_.stage == kBegun || WaitForReceiveThread());
+  EXPECT_EQ(kDeinit(), initialises_ || row_.told == kLeaves ? -3 : 0);
+  EXPECT_TRUE(initialises_ || WaitForThreads(threads_ + (waits_ ? 1 : 0)));
   EXPECT_EQ(Loss(), ExpectedLoss());
   peer.Listen();
-  if (row_.stage == kBegun && way_ == kReset) {
-    InitialiseOnTheDeadConnection();
+  if (initialises_ && way_ == kReset) {  // the dead connection is used once more
+    EXPECT_EQ(orvd_svc_init(), -1);
+    EXPECT_TRUE(WaitForThreads(threads_));
   }
   Serve();
   EXPECT_EQ(Outcome(), outcome_);  // nothing has come late
-}
-
-class SecondLossTest : public LossTest {};
-
-TEST_P(SecondLossTest, IsReadByTheNextInitialisation) {
-  Init();
-  Offer(0x10, {1});
-  peer.HangUp();
-  ASSERT_TRUE(recorder.WaitFor("reconnected 0x00000010::0"));
-  ASSERT_TRUE(WaitForThreads(threads_));
-  Lose();
-  EXPECT_EQ(kDeinit(), 0);
-  peer.Listen();
-  InitialiseOnTheDeadConnection();
-  if (!waits_) {
-    Serve();
-  }
 }
 
 std::string NameOf(const testing::TestParamInfo<std::tuple<size_t, int>>& info) {
   const auto [row, way] = info.param;
   return std::string(kRows[row].name) + kKinds[2 * static_cast<size_t>(way) + row % 2];
 }
-INSTANTIATE_TEST_SUITE_P(, LossTest, Combine(Range<size_t>(0, kSecondLoss), Range(0, 4)), NameOf);
-INSTANTIATE_TEST_SUITE_P(, SecondLossTest, Combine(testing::Values(kSecondLoss), Range(0, 4)),
+INSTANTIATE_TEST_SUITE_P(, LossTest, Combine(Range<size_t>(0, std::size(kRows)), Range(0, 4)),
                          NameOf);
 
 }  // namespace
