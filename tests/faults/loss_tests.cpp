@@ -64,7 +64,8 @@ struct Row {
   Stage stage;
   std::string request;
   int (*call)();
-  const char* heard;  // the message that the Manager goes at; "": when a packet is about to be sent
+  const char*
+      heard;  // the message that the Manager goes at; "": when its first packet is about to be sent
   std::string told;
   // What the call returns, or that it waits without limit; whether the task is answered. For each
   // Way, or one for all.
@@ -121,21 +122,16 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
       return Lose();
     }
     if (*row_.heard == '\0') {
-      LoseAtTheNextPacket();
+      OnNextPacket([this](int fd) {
+        Lose(fd);
+        EXPECT_TRUE(Eventually([this] { return !Loss().empty(); }));
+      });
       return Begin(row_.call);
     }
     peer.SetRule(row_.heard, nullptr);
     Begin(row_.call);
     ASSERT_TRUE(peer.NextOf(row_.heard));
     Lose();
-  }
-
-  void LoseAtTheNextPacket() {
-    SetSendHook([this](int fd) {
-      SetSendHook(nullptr);
-      Lose(fd);
-      EXPECT_TRUE(Eventually([this] { return !Loss().empty(); }));
-    });
   }
 
   // `fd`: of a packet that is about to be sent, which no other can overtake.
@@ -187,11 +183,11 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
 
   // End of file is told, and the return of the Manager too. A reset ends the receive thread alone.
   std::string ExpectedLoss() const {
-    if (row_.told == kLeaves || way_ == kReset) {
-      return row_.told == kLeaves ? kLeaves : "reset ";
-    }
     const std::string back = row_.told.empty() ? "" : "reconnected 0x00000010::0\n";
-    return way_ == kRefused ? "lost " + row_.told : "lost connected " + row_.told + back;
+    return row_.told == kLeaves ? kLeaves
+           : way_ == kReset     ? "reset "
+           : way_ == kRefused   ? "lost " + row_.told
+                                : "lost connected " + row_.told + back;
   }
 
   void Serve() {

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <mutex>
+#include <utility>
 
 #include "orvd_types.h"
 
@@ -18,7 +19,8 @@ struct Fault {
 
 std::mutex mutex;
 Fault faults[5];
-std::function<void(int)> send_hook;
+void Ignore(int /*fd*/) {}
+std::function<void(int)> send_hook = Ignore;
 
 // The error to fail with, also in errno; 0 to go on.
 int Take(Call call) {
@@ -37,14 +39,10 @@ Function* Next(Function* /*own*/, const char* name) {
 }
 
 void CallSendHook(int fd) {
-  std::function<void(int)> hook;
-  {
-    const std::lock_guard<std::mutex> lock(mutex);
-    hook = send_hook;
-  }
-  if (hook) {
-    hook(fd);
-  }
+  std::unique_lock<std::mutex> lock(mutex);
+  const auto hook = std::exchange(send_hook, Ignore);
+  lock.unlock();
+  hook(fd);
 }
 
 }  // namespace
@@ -54,7 +52,7 @@ void FailNext(Call call, int error, int times) {
   faults[static_cast<size_t>(call)] = {error, times};
 }
 
-void SetSendHook(std::function<void(int)> hook) {
+void OnNextPacket(std::function<void(int)> hook) {
   const std::lock_guard<std::mutex> lock(mutex);
   send_hook = std::move(hook);
 }

@@ -10,5 +10,5 @@ enum class Call { kSocket, kSendto, kRecvfrom, kThread, kCallRecord };
 // The next `times` calls fail with `error`.
 void FailNext(Call call, int error, int times = 1);
 
-// Called before each packet is sent, on the sending thread. Empty again: no more.
-void SetSendHook(std::function<void(int fd)> hook);
+// Called once, before the next packet is sent, on the sending thread.
+void OnNextPacket(std::function<void(int fd)> hook);

@@ -5,17 +5,16 @@
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <sstream>
 #include <thread>
 
 #include "link/never_destroyed.h"
 
 namespace {
 
-const char* EventName(orvd_status_t type) {
-  constexpr const char* kNames[] = {"terminated",        "reconnected",  "start", "end",
-                                    "permission_change", "state_change", "ready", "setting_change"};
-  return kNames[type];
-}
+constexpr const char* kEventNames[] = {"terminated", "reconnected",       "start",
+                                       "end",        "permission_change", "state_change",
+                                       "ready",      "setting_change"};
 
 std::string Hex(uint32_t opcode) {
   char text[16];
@@ -24,19 +23,18 @@ std::string Hex(uint32_t opcode) {
 }
 
 std::string Render(const orvd_req_t& req) {
-  std::string line = EventName(req.type);
-  const auto add = [&line](const std::string& name, const std::string& value) {
-    line += value.empty() ? "" : " " + name + (name.empty() ? "" : " ") + value;
+  std::ostringstream line;
+  line << kEventNames[req.type];
+  const auto add = [&line](const char* name, const auto& value, const auto& absent) {
+    value != absent ? line << name << value : line;
   };
-  if (req.opcode != 0 || req.ssid != 0) {
-    add("", Hex(req.opcode) + "::" + std::to_string(req.ssid));
-  }
-  add("session", req.session_id != 0 ? std::to_string(req.session_id) : "");
-  add("permission", req.permission);
-  add("status", req.status != 0 ? std::to_string(req.status) : "");
-  add("state", req.state);
-  add("package", req.package);
-  return line;
+  add(" ", Hex(req.opcode) + "::" + std::to_string(req.ssid), "0x00000000::0");
+  add(" session ", req.session_id, 0U);
+  add(" permission ", req.permission, "");
+  add(" status ", req.status, 0);
+  add(" state ", req.state, "");
+  add(" package ", req.package, "");
+  return line.str();
 }
 
 std::string SubsystemList(std::initializer_list<uint32_t> ssids) {
@@ -89,7 +87,7 @@ std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids) {
 std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
                            std::initializer_list<uint32_t> ssids) {
   const std::string id =
-      req_type == "end_session" ? std::to_string(opcode) : "\"" + Hex(opcode) + "\"";
+      req_type == "end_session" ? std::to_string(opcode) : '"' + Hex(opcode) + '"';
   return R"({"req_type":")" + req_type + R"(","session_id":)" + std::to_string(session_id) +
          R"(,"opcodes":[{"id":)" + id + R"(,"subsystems":)" + SubsystemList(ssids) + "}]}";
 }
@@ -102,28 +100,16 @@ std::string TaskMessage(uint32_t session_id, uint32_t opcode, uint32_t ssid, int
 }
 
 int Recorder::Callback(int service_id, orvd_req_t* req, void* user_data) {
-  return static_cast<Recorder*>(user_data)->Record(service_id, *req);
-}
-
-int Recorder::Record(int service_id, const orvd_req_t& req) {
   EXPECT_EQ(service_id, kServiceId);
-  const std::string line = Render(req);
-  int result = 0;
-  std::function<void(const orvd_req_t&)> hook;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    events_ += line + "\n";
-    hook = hook_;
-    for (const auto& [prefix, chosen] : results_) {
-      if (line.compare(0, prefix.size(), prefix) == 0) {
-        result = chosen;
-      }
-    }
-  }
-  if (hook) {
-    hook(req);
-  }
-  return result;
+  auto& recorder = *static_cast<Recorder*>(user_data);
+  const std::string line = Render(*req);
+  std::unique_lock<std::mutex> lock(recorder.mutex_);
+  recorder.events_ += line + "\n";
+  const auto hook = recorder.hook_;
+  const auto [prefix, result] = recorder.result_;
+  lock.unlock();
+  hook(*req);
+  return line.rfind(prefix, 0) == 0 ? result : 0;
 }
 
 std::string Recorder::events() const {
@@ -143,7 +129,7 @@ bool Recorder::WaitFor(const std::string& event) const {
 
 void Recorder::Return(const std::string& event_prefix, int result) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  results_.emplace_back(event_prefix, result);
+  result_ = {event_prefix, result};
 }
 
 void Recorder::SetHook(std::function<void(const orvd_req_t&)> hook) {

@@ -58,12 +58,10 @@ class Recorder {
   void SetHook(std::function<void(const orvd_req_t&)> hook);
 
  private:
-  int Record(int service_id, const orvd_req_t& req);
-
   mutable std::mutex mutex_;
   std::string events_;
-  std::vector<std::pair<std::string, int>> results_;
-  std::function<void(const orvd_req_t&)> hook_;
+  std::pair<std::string, int> result_;
+  std::function<void(const orvd_req_t&)> hook_ = [](const orvd_req_t&) {};
 };
 
 // Returns when the receive thread has handled all that the peer sent before. Needs a debug level of
