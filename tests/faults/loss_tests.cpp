@@ -64,8 +64,8 @@ struct Row {
   Stage stage;
   std::string request;
   int (*call)();
-  const char*
-      heard;  // the message that the Manager goes at; "": when its first packet is about to be sent
+  // The message that the Manager goes at; "": when the call's first packet is about to be sent.
+  const char* heard;
   std::string told;
   // What the call returns, or that it waits without limit; whether the task is answered. For each
   // Way, or one for all.
@@ -140,10 +140,9 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     ClearLog();
     ASSERT_TRUE(peer.WaitConnected());
     if (is_deaf_) {  // the socket stays at its path, as behind a killed Manager
-      const std::string aside = "/dev/socket/aside";
-      std::filesystem::rename(kSharedPath, aside);
+      std::filesystem::rename(kSharedPath, "/dev/socket/aside");
       peer.StopListening();
-      std::filesystem::rename(aside, kSharedPath);
+      std::filesystem::rename("/dev/socket/aside", kSharedPath);
     }
     if (way_ == kReset) {
       peer.StopReading();

@@ -1,32 +1,32 @@
 #include "support/service_fixture.h"
 
 #include <android-base/properties.h>
+#include <android-base/stringprintf.h>
 
 #include <atomic>
-#include <cstdio>
 #include <filesystem>
 #include <sstream>
 #include <thread>
 
-#include "link/never_destroyed.h"
-
 namespace {
+
+using android::base::StringPrintf;
 
 constexpr const char* kEventNames[] = {"terminated", "reconnected",       "start",
                                        "end",        "permission_change", "state_change",
                                        "ready",      "setting_change"};
 
 std::string Hex(uint32_t opcode) {
-  char text[16];
-  static_cast<void>(snprintf(text, sizeof(text), "0x%08x", opcode));
-  return text;
+  return StringPrintf("0x%08x", opcode);
 }
 
 std::string Render(const orvd_req_t& req) {
   std::ostringstream line;
   line << kEventNames[req.type];
   const auto add = [&line](const char* name, const auto& value, const auto& absent) {
-    value != absent ? line << name << value : line;
+    if (value != absent) {
+      line << name << value;
+    }
   };
   add(" ", Hex(req.opcode) + "::" + std::to_string(req.ssid), "0x00000000::0");
   add(" session ", req.session_id, 0U);
@@ -57,13 +57,11 @@ void SetDebugLevel(int level) {
 
 bool Eventually(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + orvd::kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
+  bool holds = condition();
+  for (; !holds && std::chrono::steady_clock::now() < deadline; holds = condition()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  return true;
+  return holds;
 }
 
 long CountEntries(const char* folder) {
@@ -94,9 +92,9 @@ std::string SessionMessage(const std::string& req_type, uint32_t session_id, uin
 
 std::string TaskMessage(uint32_t session_id, uint32_t opcode, uint32_t ssid, int transac_id,
                         const std::string& more) {
-  return R"({"req_type":"exec_task","opcode":")" + Hex(opcode).substr(2) + R"(","subsys_id":)" +
-         std::to_string(ssid) + R"(,"session_id":)" + std::to_string(session_id) +
-         R"(,"transac_id":)" + std::to_string(transac_id) + more + "}";
+  return StringPrintf(
+      R"({"req_type":"exec_task","opcode":"%08x","subsys_id":%u,"session_id":%u,"transac_id":%d%s})",
+      opcode, ssid, session_id, transac_id, more.c_str());
 }
 
 int Recorder::Callback(int service_id, orvd_req_t* req, void* user_data) {
@@ -137,19 +135,11 @@ void Recorder::SetHook(std::function<void(const orvd_req_t&)> hook) {
   hook_ = std::move(hook);
 }
 
-void Settle(orvd::ManagerPeer& peer) {
+void ServiceTest::Settle() {
   static std::atomic<int> settled{0};
   const std::string fence = "fence " + std::to_string(++settled);
   ASSERT_TRUE(peer.Send(R"({"req_type":")" + fence + R"("})"));
   ASSERT_TRUE(WaitLogged("Unknown request type '" + fence + "'"));
-}
-
-ServiceTest::ServiceTest() : recorder(ProcessWide<Recorder>()) {
-  peer.AgreeToEverything(kServiceId);
-}
-
-ServiceTest::~ServiceTest() {
-  orvd_svc_deinit(kServiceId);
 }
 
 void ServiceTest::Init() {

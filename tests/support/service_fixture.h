@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "IOrvdClient.h"
+#include "link/never_destroyed.h"
 #include "manager_peer.h"
 #include "support/log_capture.h"
 
@@ -52,7 +53,7 @@ class Recorder {
   std::string events() const;
   void Clear();
   bool WaitFor(const std::string& event) const;
-  // What the callback returns from now on for events whose line begins so ("" for all).
+  // What the callback returns from now on for events whose line begins so ("" for all); else 0.
   void Return(const std::string& event_prefix, int result);
   // Called inside the callback, after recording.
   void SetHook(std::function<void(const orvd_req_t&)> hook);
@@ -64,17 +65,13 @@ class Recorder {
   std::function<void(const orvd_req_t&)> hook_ = [](const orvd_req_t&) {};
 };
 
-// Returns when the receive thread has handled all that the peer sent before. Needs a debug level of
-// 1 or more.
-void Settle(orvd::ManagerPeer& peer);
-
 class ServiceTest : public testing::Test {
  public:
   static int Register(uint32_t opcode, std::initializer_list<uint32_t> ssids);
   static int Ready(uint32_t opcode, orvd_task_function_t task = nullptr);
 
-  ServiceTest();
-  ~ServiceTest() override;
+  ServiceTest() { peer.AgreeToEverything(kServiceId); }
+  ~ServiceTest() override { orvd_svc_deinit(kServiceId); }
 
  protected:
   // orvd_svc_init against a peer that agrees to everything; fails the test unless it returns
@@ -85,9 +82,11 @@ class ServiceTest : public testing::Test {
              orvd_task_function_t task = nullptr);
   // Starts and readies the pair in the session; fails the test unless it is answered with success.
   void OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssid);
-  void Settle() { ::Settle(peer); }
+  // Returns when the receive thread has handled all that the peer sent before. Needs a debug level
+  // of 1 or more.
+  void Settle();
 
   orvd::ManagerPeer peer{kSharedPath};
   // Outlives the test: a receive thread that ends late may still be in a callback.
-  Recorder& recorder;
+  Recorder& recorder = ProcessWide<Recorder>();
 };
