@@ -14,8 +14,7 @@
 
 namespace {
 
-int Answer(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
-  call->result = "\"done\":1";
+int Answer(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) {
   return 0;
 }
 
@@ -89,10 +88,8 @@ TEST_F(FaultTest, APacketThatIsNotTakenFailsItsCallAlone) {
       {[] { return Ready(0x10); }, -1, "client NOT able to send msg"},
       {[] { return static_cast<int>(orvd_permission_query(9, {"a"}).size()); }, 1,
        "Failed to receive ORVEX permission query ack"},
-      {[] {
-         return static_cast<int>(orvd_info_query(9, {"a", "b"}).size());
-       },
-       2, "Failed to receive ORVEX info query ack"},
+      {[] { return static_cast<int>(orvd_info_query(9, {"a"}).size()); }, 1,
+       "Failed to receive ORVEX info query ack"},
       {[&] { return handle(SessionMessage("start_session", 9, 0x10, {3})); }, 0,
        "Failed to send start session response to ORVEX Manager"},
       {[&] { return handle(SessionMessage("end_session", 8, 0x10, {1})); }, 0,
@@ -121,8 +118,7 @@ TEST_F(FaultTest, ATaskWithoutAThreadEndsTheProcess) {
 
 TEST_F(FaultTest, AnUnknownSessionIsAnsweredUnderTheSessionLock) {
   Init();
-  Json::Value message;
-  message["session_id"] = 5;
+  Json::Value message = orvd::ParseObject(R"({"session_id":5})");
   pthread_mutex_t* const session_lock = FirstLockOf([&] { handle_exec_task(message, Answer); });
   bool is_held = false;
   OnNextPacket([&](int /*fd*/) { is_held = IsHeld(session_lock); });

@@ -13,8 +13,7 @@
 namespace {
 
 struct Fault {
-  int error;
-  int times;
+  int error, times;
 };
 
 std::mutex mutex;
@@ -33,16 +32,9 @@ int Take(Call call) {
   return errno = fault.error;
 }
 
-template <typename Function>
-Function* Next(Function* /*own*/, const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-void CallSendHook(int fd) {
-  std::unique_lock<std::mutex> lock(mutex);
-  const auto hook = std::exchange(send_hook, Ignore);
-  lock.unlock();
-  hook(fd);
+std::function<void(int)> TakeSendHook() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return std::exchange(send_hook, Ignore);
 }
 
 }  // namespace
@@ -60,25 +52,26 @@ void OnNextPacket(std::function<void(int)> hook) {
 extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
-  static auto* const next = Next(&socket, "socket");
+  static auto* const next = reinterpret_cast<decltype(&socket)>(dlsym(RTLD_NEXT, "socket"));
   return Take(Call::kSocket) != 0 ? -1 : next(domain, type, protocol);
 }
 
 ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
-  static auto* const next = Next(&sendto, "sendto");
-  CallSendHook(fd);
+  static auto* const next = reinterpret_cast<decltype(&sendto)>(dlsym(RTLD_NEXT, "sendto"));
+  TakeSendHook()(fd);
   return Take(Call::kSendto) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 ssize_t recvfrom(int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length) {
-  static auto* const next = Next(&recvfrom, "recvfrom");
+  static auto* const next = reinterpret_cast<decltype(&recvfrom)>(dlsym(RTLD_NEXT, "recvfrom"));
   return Take(Call::kRecvfrom) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                    void* argument) noexcept {
-  static auto* const next = Next(&pthread_create, "pthread_create");
+  static auto* const next =
+      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
   const int error = Take(Call::kThread);
   return error != 0 ? error : next(thread, attributes, run, argument);
 }

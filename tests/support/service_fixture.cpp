@@ -77,9 +77,10 @@ bool WaitForThreads(long count) {
 }
 
 std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids) {
-  return "\x01ORVEX\x01\x02"
-         R"({"Orvex":{"opcode":")" +
-         Hex(opcode) + R"(","subsystems":)" + SubsystemList(ssids) + "}}";
+  return StringPrintf(
+      "\x01ORVEX\x01\x02"
+      R"({"Orvex":{"opcode":"0x%08x","subsystems":%s}})",
+      opcode, SubsystemList(ssids).c_str());
 }
 
 std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
@@ -164,8 +165,7 @@ void ServiceTest::Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,
 
 void ServiceTest::OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssid) {
   peer.Send(SessionMessage("start_session", session_id, opcode, {ssid}));
-  const auto answer = peer.NextOf("start_session");
-  ASSERT_TRUE(answer && answer->find("Success") != std::string::npos);
+  ASSERT_THAT(peer.NextOf("start_session").value_or("lost"), testing::HasSubstr("Success"));
   peer.Send(SessionMessage("ready_session", session_id, opcode, {ssid}));
   Settle();
 }
