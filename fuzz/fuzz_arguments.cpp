@@ -4,6 +4,7 @@
 
 #include "harness.h"
 #include "link/message_parser.h"
+#include "support/taken_args.h"
 
 namespace {
 
@@ -13,7 +14,7 @@ void Try(const orvex_func_call_info_t& info, Decode decode) {
     decode();
   } catch (const Json::Exception&) {
   }
-  ReadAllArguments(info);
+  TakeArgs(info.typed_queue, info.value_queue);
 }
 
 }  // namespace

@@ -14,12 +14,13 @@
 #include <system_error>
 #include <vector>
 
-#include "args/arg_types.h"
 #include "link/dispatch.h"
+#include "link/log.h"
 #include "link/message_parser.h"
 #include "link/state.h"
 #include "registration/ready_table.h"
 #include "sessions/session_table.h"
+#include "support/taken_args.h"
 
 // What a refused task leaves allocated on purpose, and nothing else.
 extern "C" const char* __lsan_default_suppressions() {
@@ -45,7 +46,7 @@ void Count(Role sender) {
 }
 
 int OnTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
-  ReadAllArguments(args);
+  Touch(TakeArgs(args.typed_queue, args.value_queue));
 #ifdef ORVEX_FUZZ_PLANT
   const std::vector<char> planted(64);
   const size_t index = call->transac_id > 10 ? planted.size() : 0;
@@ -54,42 +55,6 @@ int OnTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   call->name = args.func_name;
   call->result = call->transac_id == 3 ? "-1" : "\"done\":1";
   return 0;
-}
-
-template <typename T>
-const T& Held(const ValuesInterface& holder) {
-  return static_cast<const ParamValues<T>&>(holder).value;
-}
-
-// False for a type that has no values.
-bool ReadHolder(orvex_data_type_t type, const ValuesInterface& holder) {
-  const bool is_vector = type > ORVEX_STRUCT;
-  const auto element = static_cast<orvex_data_type_t>(is_vector ? type - ORVEX_STRUCT : type);
-  return VisitArgType(element, false, [is_vector, &holder](auto row) {
-    using Value = typename decltype(row)::Value;
-    using Elements = std::vector<Value>;
-    for (const auto& value : is_vector ? Held<Elements>(holder) : Elements{Held<Value>(holder)}) {
-      Touch<Value>(value);
-    }
-    return true;
-  });
-}
-
-void ReadQueues(const orvex_typed_map_t& typed, const orvex_value_map_t& values, bool in_struct) {
-  Require(typed.size() == values.size(), "queues of one size");
-  for (const auto& [key, entry] : typed) {
-    const auto& [type, holder] = entry;
-    const auto value = values.find(key);
-    Require(value != values.end(), "one key in both queues");
-    if (type == ORVEX_STRUCT && !in_struct) {
-      const std::unique_ptr<orvex_typed_map_t> members(Held<orvex_typed_map_t*>(*holder));
-      const std::unique_ptr<orvex_value_map_t> held(Held<orvex_value_map_t*>(*value->second));
-      ReadQueues(*members, *held, true);
-    } else {
-      Require(holder == value->second, "one holder in both queues");
-      Require(ReadHolder(type, *holder), "a type that has values");
-    }
-  }
 }
 
 void ResetService() {
@@ -193,11 +158,4 @@ void AwaitMessage(Role sender, const std::function<void()>& act) {
   act();
   std::unique_lock lock(counts_mutex);
   counted.wait(lock, [&] { return messages[sender] != before; });
-}
-
-void ReadAllArguments(const orvex_func_call_info_t& args) {
-  Require((args.typed_queue == nullptr) == (args.value_queue == nullptr), "both queues or none");
-  if (args.typed_queue != nullptr) {
-    ReadQueues(*args.typed_queue, *args.value_queue, false);
-  }
 }

@@ -34,6 +34,3 @@ void Handle(const std::string& packet);
 
 // Acts, then waits until a thread of that role has sent a message.
 void AwaitMessage(Role sender, const std::function<void()>& act);
-
-// Reads every value of a call, and deletes the member maps of its structs, as a service does.
-void ReadAllArguments(const orvex_func_call_info_t& args);
