@@ -21,10 +21,6 @@ Function* Next(Function* /*own*/, const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-int64_t Nanoseconds(const timespec& time) {
-  return time.tv_sec * kSecond + time.tv_nsec;
-}
-
 bool PauseUntil(int64_t end_ns) {
   const int64_t begin_ns = std::exchange(frozen_ns, 0);
   const bool is_over = run_in_pause(std::chrono::nanoseconds(end_ns - begin_ns));
@@ -35,9 +31,7 @@ bool PauseUntil(int64_t end_ns) {
 }  // namespace
 
 void FreezeClock(InPause in_pause) {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  frozen_ns = Nanoseconds(now);
+  frozen_ns = std::chrono::steady_clock::now().time_since_epoch().count();
   run_in_pause = std::move(in_pause);
 }
 
@@ -64,7 +58,7 @@ int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, cl
     return next(condition, mutex, clock, end);
   }
   pthread_mutex_unlock(mutex);
-  const bool is_over = PauseUntil(Nanoseconds(*end));
+  const bool is_over = PauseUntil(end->tv_sec * kSecond + end->tv_nsec);
   pthread_mutex_lock(mutex);
   return is_over ? ETIMEDOUT : 0;
 }

@@ -3,43 +3,21 @@
 #include <android/log.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
+#include <utility>
+
+#include "support/service_fixture.h"
 
 namespace {
 
-struct Capture {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<LogLine> lines;
-  std::function<void(const std::string&)> hook;
-
-  size_t Count(const std::string& text) const {
-    return static_cast<size_t>(std::count_if(
-        lines.begin(), lines.end(), [&](const LogLine& line) { return line.text == text; }));
-  }
-};
-
-// Task and receive threads log until the process is gone.
-Capture& TheCapture() {
-  static Capture& capture = *new Capture;
-  return capture;
-}
-
-void CallHook(const char* text) {
-  std::function<void(const std::string&)> hook;
-  {
-    const std::lock_guard<std::mutex> lock(TheCapture().mutex);
-    hook = TheCapture().hook;
-  }
-  if (hook) {
-    hook(text);
-  }
-}
+// Never destroyed: task and receive threads log until the process is gone.
+std::mutex mutex;
+std::vector<LogLine>& lines = *new std::vector<LogLine>;
+std::function<void(const std::string&)>& log_hook = *new std::function<void(const std::string&)>;
 
 }  // namespace
 
@@ -53,10 +31,13 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
   va_start(args, fmt);
   const int length = vasprintf(&text, fmt, args);
   va_end(args);
-  CallHook(text);
-  const std::lock_guard<std::mutex> lock(TheCapture().mutex);
-  TheCapture().lines.push_back({prio, text});
-  TheCapture().changed.notify_all();
+  std::unique_lock lock(mutex);
+  if (const auto call = log_hook) {
+    lock.unlock();
+    call(text);
+    lock.lock();
+  }
+  lines.push_back({prio, text});
   free(text);
   return length;
 }
@@ -66,8 +47,8 @@ std::ostream& operator<<(std::ostream& out, const LogLine& line) {
 }
 
 std::vector<LogLine> Log() {
-  const std::lock_guard<std::mutex> lock(TheCapture().mutex);
-  return TheCapture().lines;
+  const std::lock_guard lock(mutex);
+  return lines;
 }
 
 std::string LogText() {
@@ -79,21 +60,21 @@ std::string LogText() {
 }
 
 void ClearLog() {
-  const std::lock_guard<std::mutex> lock(TheCapture().mutex);
-  TheCapture().lines.clear();
+  const std::lock_guard lock(mutex);
+  lines.clear();
 }
 
 void SetLogHook(std::function<void(const std::string&)> hook) {
-  const std::lock_guard<std::mutex> lock(TheCapture().mutex);
-  TheCapture().hook = std::move(hook);
+  const std::lock_guard lock(mutex);
+  log_hook = std::move(hook);
 }
 
 size_t CountLogged(const std::string& text) {
-  const std::lock_guard<std::mutex> lock(TheCapture().mutex);
-  return TheCapture().Count(text);
+  const std::lock_guard lock(mutex);
+  const auto is_it = [&text](const LogLine& line) { return line.text == text; };
+  return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), is_it));
 }
 
-bool WaitLogged(const std::string& text, std::chrono::milliseconds limit) {
-  std::unique_lock<std::mutex> lock(TheCapture().mutex);
-  return TheCapture().changed.wait_for(lock, limit, [&] { return TheCapture().Count(text) != 0; });
+bool WaitLogged(const std::string& text) {
+  return Eventually([&text] { return CountLogged(text) != 0; });
 }

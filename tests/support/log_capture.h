@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -24,5 +23,4 @@ void ClearLog();
 void SetLogHook(std::function<void(const std::string& text)> hook);
 size_t CountLogged(const std::string& text);
 // Waits until exactly this line has been logged.
-bool WaitLogged(const std::string& text,
-                std::chrono::milliseconds limit = std::chrono::milliseconds(10000));
+bool WaitLogged(const std::string& text);
