@@ -68,8 +68,7 @@ Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 packag
 };
 INSTANTIATE_TEST_SUITE_P(Link, WholeScript, testing::ValuesIn(kScripts));
 
-class LinkTest : public ServiceTest {
- protected:
+struct LinkTest : ServiceTest {
   static std::string Heard(ManagerPeer& used) {
     std::string heard = used.WaitEndOfFile() ? "" : "still connected";
     while (const auto message = used.Next(orvd::Milliseconds(0))) {
@@ -77,13 +76,6 @@ class LinkTest : public ServiceTest {
     }
     return heard;
   }
-  bool ReceiveThreadEnds() const { return WaitForThreads(threads_at_start_); }
-  void Handle(const std::string& message) {
-    ClearLog();
-    EXPECT_TRUE(peer.Send(message));
-    Settle();
-  }
-  const long threads_at_start_ = Threads();
 };
 
 TEST_F(LinkTest, PathFollowsBuildTypeThreadNameAndProperties) {
@@ -125,13 +117,14 @@ TEST_F(LinkTest, LeavesNothingBehindWhateverTheManagerDoes) {
       {"DINT", [this] { peer.StopReading(); }},
       {"EXIT", hang_up}};
   const long descriptors = CountEntries("/proc/self/fd");
+  const long threads = Threads();
   for (size_t cycle = 1; cycle <= 1000; ++cycle) {
     const auto& [kind, act] = rows[cycle % 5];
     Init();
     Offer(0x10, {1});
     peer.SetRule(kind, [act = act](const std::string&) { return act(), std::nullopt; });
     ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
-    ASSERT_TRUE(ReceiveThreadEnds()) << cycle;
+    ASSERT_TRUE(WaitForThreads(threads)) << cycle;
     peer.SetRule(kind, nullptr);
     ASSERT_EQ(peer.connections(), cycle);
   }
@@ -183,12 +176,13 @@ TEST_F(LinkTest, FillsItsBufferAndGrowsItAtTheFirstSession) {
   Init();
   const auto takes = [this](size_t size) {
     const std::string type(size - 15, 'x');
-    Handle(R"({"req_type":")" + type + "\"}");
+    EXPECT_TRUE(peer.Send(R"({"req_type":")" + type + "\"}"));
+    Settle();
     return CountLogged("Unknown request type '" + type + "'") == 1;
   };
   EXPECT_TRUE(takes(5120));
   EXPECT_FALSE(takes(5121));
-  Handle(SessionMessage("start_session", 9, 0xa001, {1}));
+  peer.Send(SessionMessage("start_session", 9, 0xa001, {1}));
   EXPECT_TRUE(takes(100000));
   if (peer.Send(std::string(524289, ' '))) {  // more than a system's socket buffers may take
     EXPECT_TRUE(takes(524288));

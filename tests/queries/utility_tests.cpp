@@ -1,4 +1,3 @@
-#include <tuple>
 
 #include "support/service_fixture.h"
 
@@ -7,55 +6,47 @@ namespace {
 const std::string kNoNumber = "-1 99 Invalid input, no conversion\n";  // 99: untouched
 const std::string kTooLarge = "-1 99 Invalid input, out of range input\n";
 
-// Result, value and log.
+using testing::ElementsAre;
+
+// Result, value and log of each text.
 template <typename Number>
-std::string Converted(int (*convert)(std::string, Number*), const char* text) {
-  ClearLog();
-  Number value = 99;
-  const int code = convert(text, &value);
-  return std::to_string(code) + " " + std::to_string(value) + " " + LogText();
+std::vector<std::string> Converted(int (*convert)(std::string, Number*),
+                                   std::initializer_list<const char*> texts) {
+  std::vector<std::string> outcomes;
+  for (const char* text : texts) {
+    ClearLog();
+    Number value = 99;
+    const int code = convert(text, &value);
+    outcomes.push_back(std::to_string(code) + " " + std::to_string(value) + " " + LogText());
+  }
+  return outcomes;
 }
 
 TEST(Conversions, NumbersWithTheirRanges) {
-  const std::tuple<char, const char*, std::string> rows[] = {
-      {'i', " \t-12abc", "0 -12 "},
-      {'i', "2147483647", "0 2147483647 "},
-      {'i', "2147483648", kTooLarge},
-      {'i', "0x10", "0 0 "},
-      {'i', "", kNoNumber},
-      {'i', "abc", kNoNumber},
-      {'u', "4294967295", "0 4294967295 "},
-      {'u', "4294967296", "0 0 "},
-      {'u', "-1", "0 4294967295 "},
-      {'u', "18446744073709551616", kTooLarge},
-      {'u', "0x10", "0 0 "},
-      {'l', "0x10", "0 0 "},
-      {'u', "-", kNoNumber},
-      {'l', "x", kNoNumber},
-      {'l', "18446744073709551615", "0 18446744073709551615 "},
-      {'l', "18446744073709551616", kTooLarge}};
-  for (const auto& [type, text, outcome] : rows) {
-    EXPECT_EQ(type == 'i'   ? Converted<int>(stoi_validation, text)
-              : type == 'u' ? Converted<unsigned>(stoul_validation, text)
-                            : Converted<unsigned long>(stoull_validation, text),
-              outcome)
-        << text;
-  }
+  EXPECT_THAT(
+      Converted(stoi_validation, {" \t-12abc", "2147483647", "2147483648", "0x10", "", "abc"}),
+      ElementsAre("0 -12 ", "0 2147483647 ", kTooLarge, "0 0 ", kNoNumber, kNoNumber));
+  EXPECT_THAT(Converted(stoul_validation,
+                        {"4294967295", "4294967296", "-1", "18446744073709551616", "0x10", "-"}),
+              ElementsAre("0 4294967295 ", "0 0 ", "0 4294967295 ", kTooLarge, "0 0 ", kNoNumber));
+  EXPECT_THAT(
+      Converted(stoull_validation, {"0x10", "x", "18446744073709551615", "18446744073709551616"}),
+      ElementsAre("0 0 ", kNoNumber, "0 18446744073709551615 ", kTooLarge));
 }
 
 TEST(Conversions, BooleansAreExactWords) {
-  for (const char* text : {"True", "1", " true", "", "falsey"}) {
-    bool value = true;
-    EXPECT_EQ(orvex_string_to_bool(text, &value), -1) << text;
-    EXPECT_TRUE(value) << text;
+  bool value = false;
+  std::string text;
+  for (const char* word : {"true", "True", "1", " true", "", "falsey"}) {
+    EXPECT_EQ(orvex_string_to_bool(word, &value), word == std::string("true") ? 0 : -1) << word;
+    EXPECT_TRUE(value) << word;
   }
-  for (const bool value : {true, false}) {
-    std::string text;
-    orvex_bool_to_string(value, &text);
-    bool back = !value;
-    EXPECT_EQ(orvex_string_to_bool(text, &back), 0) << text;
-    EXPECT_EQ(back, value);
-  }
+  EXPECT_EQ(orvex_string_to_bool("false", &value), 0);
+  EXPECT_FALSE(value);
+  orvex_bool_to_string(true, &text);
+  EXPECT_EQ(text, "true");
+  orvex_bool_to_string(false, &text);
+  EXPECT_EQ(text, "false");
   EXPECT_EQ(LogText(), "");
 }
 

@@ -69,21 +69,6 @@ TEST_F(ScriptTest, ARejectedPairFollowedByAnotherEndsTheProcess) {
   EXPECT_DEATH((Begin(1), Play(R"(start 5 "a001":2;ready 5 "a001":1,2)")), "std::system_error");
 }
 
-TEST_F(ScriptTest, SessionsOutliveADeinitialisationAndAReset) {
-  Begin(2);
-  Play(R"(start 5 "a001":1;ready 5 "a001":1)");
-  for (const bool is_reset : {false, true}) {
-    if (is_reset) {
-      peer.StopReading();
-      orvd_send_to_manager_raw("unread");
-      ASSERT_TRUE(peer.HangUpWithReset() && WaitForThreads(threads));
-    }
-    ASSERT_EQ(orvd_svc_deinit(kServiceId), 0);
-    Begin(2);
-    EXPECT_THAT(Play(R"(start 5 "a001":1)"), testing::HasSubstr("S~a001::1 already active\n"));
-  }
-}
-
 int StackSizeInMebibytes() {
   pthread_attr_t attributes{};
   pthread_getattr_np(pthread_self(), &attributes);
