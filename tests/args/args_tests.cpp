@@ -48,6 +48,7 @@ string Decode(const string& text) {
   ClearLog();
   try {
     outcome = to_string(AddParamsToQueues(request, &info));
+    EXPECT_EQ(info.num_of_args, func.get("num_of_args", 0).asInt());
   } catch (const Json::LogicError&) {
   }
   outcome += " " + TakeArgs(info.typed_queue, info.value_queue);
@@ -175,23 +176,6 @@ TEST(ArgsTest, DecodersRunOnSeveralThreads) {
   std::thread other(decode);
   decode();
   other.join();
-}
-
-int AnswerWithArgs(_orvex_call_info_t* call, orvex_func_call_info_t args) {
-  call->result = args.func_name + to_string(args.num_of_args) + " ";
-  call->result += TakeArgs(args.typed_queue, args.value_queue);
-  return 0;
-}
-
-TEST_F(ServiceTest, ATaskReadsItsArguments) {
-  Init();
-  Offer(0xa001, {1}, AnswerWithArgs);
-  OpenSession(5, 0xa001, 1);
-  const string args = JsonArgs(R"(struct(1:int8=5 2:enum[]=[6]) 10:string="a" 11:double[]=[1.5])");
-  peer.Send(
-      TaskMessage(5, 0xa001, 1, -1, R"(,"func":{"name":"f","num_of_args":3,"args":)" + args + "}"));
-  EXPECT_EQ(peer.Next(),
-            R"({"req_type":"", "Result":"f3 0:16={1:5=5 2:28=[6]} 10:10="a" 11:25=[1.5]"})");
 }
 
 }  // namespace

@@ -24,7 +24,6 @@ class ReconnectionTest : public ServiceTest {
     Offer(0x10, {1});
     OpenSession(9, 0x20, 1);
     recorder.Clear();
-    ClearLog();
   }
   const long threads_ = Threads();  // without a receive thread
 };

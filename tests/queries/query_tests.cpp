@@ -13,22 +13,14 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::string WithId(const std::string& request, const std::string& kind,
-                   const std::string& members) {
-  const auto id = std::stoul(request.substr(request.find("\"QueryId\":") + 10));
-  return R"({"req_type":")" + kind + R"(","QueryId":)" + std::to_string(id) + "," + members + "}";
-}
-
 class QueryTest : public ServiceTest {
  protected:
-  // Answers queries of a kind with these members beside "QueryId".
-  void Answer(const std::string& kind, const std::string& members) {
-    peer.SetRule(kind, [=](const std::string& request) { return WithId(request, kind, members); });
-  }
-  void Start(int level) {
-    SetDebugLevel(level);
-    Init();
-    ClearLog();
+  QueryTest() { SetDebugLevel(1); }
+  // Answers permission queries with these members beside those of the request.
+  void Answer(const std::string& members) {
+    peer.SetRule("PERMISSION", [end = "," + members + "}"](const std::string& request) {
+      return Replace(request, "[}]", end.c_str());
+    });
   }
 };
 
@@ -56,16 +48,15 @@ size of result array: 0|Exit orvd_info_monitor|= |waiting for response in orvd_p
 INSTANTIATE_TEST_SUITE_P(Query, WholeScript, testing::ValuesIn(kScripts));
 
 TEST_F(QueryTest, FailureAndRefusalHaveTheirOwnResults) {
-  SetDebugLevel(1);
   EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false, false));
   EXPECT_THAT(orvd_permission_query(1, {}), ElementsAre(false));
   EXPECT_THAT(orvd_info_query(1, {"a", "b"}), ElementsAre("", ""));
   EXPECT_THAT(orvd_info_query(1, std::vector<std::string>(256)), IsEmpty());
   EXPECT_THAT(orvd_info_monitor(1, std::vector<std::string>(257)), ElementsAre(""));
   EXPECT_NE(LogText().find(R"(,"service_id":-1,)"), std::string::npos);
-  Start(1);
+  Init();
   for (const std::string status : {"2", "-1"}) {
-    Answer("PERMISSION", "\"status\":" + status + R"(,"PermRes":["1","1"])");
+    Answer("\"status\":" + status + R"(,"PermRes":["1","1"])");
     EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false)) << status;
   }
 }
@@ -80,12 +71,12 @@ TEST_F(QueryTest, WhatCannotBeConvertedEndsTheProcess) {
         {R"(AUTH","opcode":"x"})", "std::invalid_argument"}}) {
     const std::string text = std::string(R"({"req_type":")") + answer;
     peer.SetRule("PERMISSION", [text](const std::string& /*request*/) { return text; });
-    EXPECT_DEATH((Start(1), orvd_permission_query(1, {})), exception);
+    EXPECT_DEATH((Init(), orvd_permission_query(1, {})), exception);
   }
 }
 
 TEST_F(QueryTest, WhatIsNoAnswerIsDiscardedAndTheQueryEndsAfterThreeSeconds) {
-  Start(1);
+  Init();
   const auto send_both = [this](const std::string& id) {
     peer.Send(R"({"req_type":"PERMISSION","PermRes":["1"],"QueryId":)" + id + "}");
     peer.Send(R"({"req_type":"INFO_MNTR","QueryInfosRes":["x"],"QueryId":)" + id + "}");
@@ -115,11 +106,10 @@ TEST_F(QueryTest, WhatIsNoAnswerIsDiscardedAndTheQueryEndsAfterThreeSeconds) {
 
 // The answers are held back until all have asked, and come in the reverse order.
 TEST_F(QueryTest, ManyAtOnceGetEachItsOwnAnswerInWhateverOrder) {
-  Start(1);
+  Init();
   std::vector<std::string> answers;
   peer.SetRule("INFO_QUERY", [&](const std::string& request) {
-    const std::string item = request.substr(request.find('['));
-    answers.push_back(WithId(request, "INFO_QUERY", R"("QueryInfosRes":)" + item));
+    answers.push_back(Replace(request, "QueryInfos", "QueryInfosRes"));
     if (answers.size() == 40) {
       std::for_each(answers.rbegin(), answers.rend(),
                     [this](const auto& text) { peer.Send(text); });
@@ -141,8 +131,8 @@ TEST_F(QueryTest, ManyAtOnceGetEachItsOwnAnswerInWhateverOrder) {
 }
 
 TEST_F(QueryTest, FromACallbackItEndsByItsTimeOutAndTheReceiveThreadGoesOn) {
-  Start(1);
-  Answer("PERMISSION", R"("PermRes":["1"])");
+  Init();
+  Answer(R"("PermRes":["1"])");
   Offer(0xa001, {1});
   recorder.SetHook([](const orvd_req_t& req) {
     FreezeClock();
