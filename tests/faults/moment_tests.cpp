@@ -113,8 +113,8 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
   return 0;
 }
 
-// Each initialisation has an id of its own, so that a call that comes late is refused.
-std::atomic<int> next_id{kServiceId};
+// Each initialisation has an id of its own, from 0 up, so that a call that comes late is refused.
+std::atomic<int> next_id{-1};
 
 int RegisterAs(int id, uint32_t opcode) {
   return _orvd_svc_register_auth(static_cast<uint32_t>(id), opcode,

@@ -73,7 +73,8 @@ TEST_F(ReconnectionTest, EachAttemptChoosesThePathAnewAndACallbackMayInitialiseA
   });
   peer.HangUp();
   EXPECT_EQ(result.get_future().get(), kServiceId);
-  ::Settle(dedicated);  // the new thread serves
+  dedicated.Send(R"({"req_type":"served"})");
+  EXPECT_TRUE(WaitLogged("Unknown request type 'served'"));
   EXPECT_EQ(dedicated.connections(), 2U);
 }
 
