@@ -73,6 +73,7 @@ TEST_F(ReconnectionTest, EachAttemptChoosesThePathAnewAndACallbackMayInitialiseA
   });
   peer.HangUp();
   EXPECT_EQ(result.get_future().get(), kServiceId);
+  EXPECT_TRUE(dedicated.NextOf("DINT"));
   dedicated.Send(R"({"req_type":"served"})");
   EXPECT_TRUE(WaitLogged("Unknown request type 'served'"));
   EXPECT_EQ(dedicated.connections(), 2U);

@@ -10,8 +10,7 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::ElementsAre, testing::IsEmpty;
 
 class QueryTest : public ServiceTest {
  protected:

@@ -101,6 +101,7 @@ struct TaskTest : ScriptTest {
   void BeginTasks() {
     Begin(1, Fill);
     OpenSession(5, 0xa001, 1);
+    ClearLog();
   }
   void Run(int transac_id, int64_t start_time = 0) {
     peer.Send(

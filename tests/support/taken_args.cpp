@@ -46,8 +46,7 @@ std::string TakeArgs(const orvex_typed_map_t* typed, const orvex_value_map_t* va
   if (typed == nullptr && values == nullptr) {
     return "null";
   }
-  Require(typed != nullptr && values != nullptr, "both queues or none");
-  Require(typed->size() == values->size(), "queues of one size");
+  Require(typed != nullptr && values != nullptr && typed->size() == values->size(), "both queues");
   std::string text;
   for (const auto& [key, entry] : *typed) {
     const auto& [code, holder] = entry;
