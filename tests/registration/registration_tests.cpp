@@ -36,11 +36,6 @@ Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsi
 Mismatch opcode in registration 0 (0x00004096) vs definition (0x00000000)|= -2
 json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
 {"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|= 0)"},
-    {0, "Always", "", "",
-     R"(=define ;=define {};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})",
-     R"(  JSON failure|= -1|= -2
-json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
-{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|= 0)"},
 };
 INSTANTIATE_TEST_SUITE_P(Registration, WholeScript, testing::ValuesIn(kScripts));
 
