@@ -109,7 +109,7 @@ std::atomic<int> next_id{-1};
 
 int RegisterAs(int id, uint32_t opcode) {
   return _orvd_svc_register_auth(static_cast<uint32_t>(id), opcode,
-                                 ApiBlob(opcode, {1, 2, 3, 4, 5}).c_str(), "t");
+                                 orvd::Definition(opcode, {1, 2, 3, 4, 5}).c_str(), "t");
 }
 int ReadyAs(int id, uint32_t opcode) {
   Note("readiness begins");

@@ -144,7 +144,8 @@ TEST_F(LinkTest, ExitWaitsForNobody) {
       {"INIT", orvd_svc_init},
       {"PERMISSION", [] { orvd_permission_query(1, {}); }},
       {"REDY", [] { _orvd_svc_ready(kServiceId, 1, nullptr, nullptr, nullptr); }},
-      {"AUTH", [] { _orvd_svc_register_auth(kServiceId, 1, ApiBlob(1, {}).c_str(), "t"); }},
+      {"AUTH",
+       [] { _orvd_svc_register_auth(kServiceId, 1, orvd::Definition(1, {}).c_str(), "t"); }},
       {"running", [this] { peer.Send(TaskMessage(9, 0x10, 1, 1)); }}};
   const auto exit_while_waiting = [this](const auto& row) {
     if (row.first != "INIT"s) {

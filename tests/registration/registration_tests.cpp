@@ -40,11 +40,11 @@ json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
 INSTANTIATE_TEST_SUITE_P(Registration, WholeScript, testing::ValuesIn(kScripts));
 
 TEST_F(RegistrationTest, RefusesACallerAndSendsNothing) {
-  EXPECT_EQ(Register(0x1000, ApiBlob(0x1000, {})), -3);
+  EXPECT_EQ(Register(0x1000, orvd::Definition(0x1000, {})), -3);
   Init();
-  EXPECT_EQ(_orvd_svc_register_auth(8, 0x1000, ApiBlob(0x1000, {}).c_str(), "t"), -2);
+  EXPECT_EQ(_orvd_svc_register_auth(8, 0x1000, orvd::Definition(0x1000, {}).c_str(), "t"), -2);
   EXPECT_EQ(_orvd_svc_register_auth(kServiceId, 0x1000, nullptr, "t"), -2);
-  EXPECT_EQ(Register(0x1000, ApiBlob(0x1000, {}), nullptr), -2);
+  EXPECT_EQ(Register(0x1000, orvd::Definition(0x1000, {}), nullptr), -2);
   EXPECT_EQ(peer.Next(orvd::Milliseconds(0)), std::nullopt);
 }
 
@@ -88,7 +88,7 @@ TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
         return answer;
       });
     }
-    EXPECT_EQ(Register(4294967295U, ApiBlob(4294967295U, {})), result);
+    EXPECT_EQ(Register(4294967295U, orvd::Definition(4294967295U, {})), result);
     EXPECT_EQ(Ready(4294967295U, *told), result);
     told = &second;  // a ready opcode keeps its callbacks
     EXPECT_EQ(peer.NextOf("REDY"), R"({"req_type":"REDY","Service_Id":7 ,"Opcode":4294967295})");
@@ -104,10 +104,10 @@ TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
 
 TEST_F(RegistrationTest, AdoptsTheRecordThatAFailedSendLeftBehind) {
   Init();
-  EXPECT_EQ(Register(0x10, ApiBlob(0x10, {1}), std::string(8 << 20, 't').c_str()), -1);
+  EXPECT_EQ(Register(0x10, orvd::Definition(0x10, {1}), std::string(8 << 20, 't').c_str()), -1);
   peer.Send(R"({"req_type":"AUTH","opcode":"16","result":-1})");
   Settle();
-  EXPECT_EQ(Register(0x10, ApiBlob(0x10, {1})), 0);
+  EXPECT_EQ(Register(0x10, orvd::Definition(0x10, {1})), 0);
 }
 
 TEST_F(RegistrationTest, LosesNoAnswerInAStormOfRequests) {
@@ -117,7 +117,8 @@ TEST_F(RegistrationTest, LosesNoAnswerInAStormOfRequests) {
   for (uint32_t opcode = 1; opcode <= 4; ++opcode) {
     callers.push_back(std::async(std::launch::async, [this, opcode] {
       for (int round = 0; round < 3000; ++round) {
-        EXPECT_EQ(Register(opcode, ApiBlob(opcode, {opcode})) + Ready(opcode, recorder), 0);
+        EXPECT_EQ(Register(opcode, orvd::Definition(opcode, {opcode})) + Ready(opcode, recorder),
+                  0);
       }
     }));
   }

@@ -37,14 +37,6 @@ std::string Render(const orvd_req_t& req) {
   return line.str();
 }
 
-std::string SubsystemList(std::initializer_list<uint32_t> ssids) {
-  std::string list;
-  for (const uint32_t ssid : ssids) {
-    list += (list.empty() ? "" : ",") + (R"({"id":)" + std::to_string(ssid) + "}");
-  }
-  return "[" + list + "]";
-}
-
 }  // namespace
 
 void SetTestProperty(const std::string& name, const std::string& value) {
@@ -74,28 +66,6 @@ long Threads() {
 
 bool WaitForThreads(long count) {
   return Eventually([count] { return Threads() == count; });
-}
-
-std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids) {
-  return StringPrintf(
-      "\x01ORVEX\x01\x02"
-      R"({"Orvex":{"opcode":"0x%08x","subsystems":%s}})",
-      opcode, SubsystemList(ssids).c_str());
-}
-
-std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
-                           std::initializer_list<uint32_t> ssids) {
-  const std::string id =
-      req_type == "end_session" ? std::to_string(opcode) : '"' + Hex(opcode) + '"';
-  return R"({"req_type":")" + req_type + R"(","session_id":)" + std::to_string(session_id) +
-         R"(,"opcodes":[{"id":)" + id + R"(,"subsystems":)" + SubsystemList(ssids) + "}]}";
-}
-
-std::string TaskMessage(uint32_t session_id, uint32_t opcode, uint32_t ssid, int transac_id,
-                        const std::string& more) {
-  return StringPrintf(
-      R"({"req_type":"exec_task","opcode":"%08x","subsys_id":%u,"session_id":%u,"transac_id":%d%s})",
-      opcode, ssid, session_id, transac_id, more.c_str());
 }
 
 int Recorder::Callback(int service_id, orvd_req_t* req, void* user_data) {
@@ -149,7 +119,8 @@ void ServiceTest::Init() {
 }
 
 int ServiceTest::Register(uint32_t opcode, std::initializer_list<uint32_t> ssids) {
-  return _orvd_svc_register_auth(kServiceId, opcode, ApiBlob(opcode, ssids).c_str(), "token");
+  return _orvd_svc_register_auth(kServiceId, opcode, orvd::Definition(opcode, ssids).c_str(),
+                                 "token");
 }
 
 int ServiceTest::Ready(uint32_t opcode, orvd_task_function_t task) {

@@ -13,6 +13,7 @@
 #include "IOrvdClient.h"
 #include "link/never_destroyed.h"
 #include "manager_peer.h"
+#include "messages.h"
 #include "support/log_capture.h"
 
 inline constexpr const char* kSharedPath = "/dev/socket/orvd";
@@ -31,16 +32,7 @@ long Threads();
 // Waits until there are so many: how a test sees that a thread of the library has ended.
 bool WaitForThreads(long count);
 
-// A full blob: marker, version, {"Orvex":{"opcode":"0x...","subsystems":[{"id":N},...]}}.
-std::string ApiBlob(uint32_t opcode, std::initializer_list<uint32_t> ssids);
-
-// {"req_type":REQ_TYPE,"session_id":N,"opcodes":[...]} for "start_session", "ready_session" and
-// "end_session", whose opcode is a number.
-std::string SessionMessage(const std::string& req_type, uint32_t session_id, uint32_t opcode,
-                           std::initializer_list<uint32_t> ssids);
-// "exec_task", with the opcode in bare hexadecimal. `more`: further members, each behind a comma.
-std::string TaskMessage(uint32_t session_id, uint32_t opcode, uint32_t ssid, int transac_id,
-                        const std::string& more = "");
+using orvd::SessionMessage, orvd::TaskMessage;
 
 // What the session-state callbacks were told, in order, across all opcodes. Pass Recorder::Callback
 // with the recorder as user data.
