@@ -27,7 +27,7 @@ class FaultTest : public ServiceTest {
     OpenSession(9, 0x10, 1);
     ClearLog();
   }
-  void Run(int transac_id) { peer.Send(TaskMessage(9, 0x10, 1, transac_id)); }
+  void Run(int transac_id) { peer.Send(orvd::TaskMessage(9, 0x10, 1, transac_id)); }
   void ExpectServed(int transac_id) {
     Run(transac_id);
     EXPECT_THAT(peer.NextOf("exec_task").value_or("lost"),
@@ -90,9 +90,9 @@ TEST_F(FaultTest, APacketThatIsNotTakenFailsItsCallAlone) {
        "Failed to receive ORVEX permission query ack"},
       {[] { return static_cast<int>(orvd_info_query(9, {"a"}).size()); }, 1,
        "Failed to receive ORVEX info query ack"},
-      {[&] { return handle(SessionMessage("start_session", 9, 0x10, {3})); }, 0,
+      {[&] { return handle(orvd::SessionMessage("start_session", 9, 0x10, {3})); }, 0,
        "Failed to send start session response to ORVEX Manager"},
-      {[&] { return handle(SessionMessage("end_session", 8, 0x10, {1})); }, 0,
+      {[&] { return handle(orvd::SessionMessage("end_session", 8, 0x10, {1})); }, 0,
        "Failed to send end session response to ORVEX Manager"}};
   for (const auto& [act, result, last_line] : rows) {
     SCOPED_TRACE(last_line);

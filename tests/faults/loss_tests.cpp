@@ -49,7 +49,7 @@ constexpr auto kQuery = [] { return static_cast<int>(orvd_permission_query(9, {"
 constexpr auto kDeinit = [] { return orvd_svc_deinit(kServiceId); };
 
 // What the Manager has asked for, and what the service hears of the loss.
-const std::string kTask = TaskMessage(9, 0x10, 1, 1);
+const std::string kTask = orvd::TaskMessage(9, 0x10, 1, 1);
 const std::string kNotify = R"({"req_type":"permission_change"})";
 const std::string kTold = "terminated 0x00000010::0\n";
 const std::string kEnded = kTold + "end 0x00000010::1 session 8\nend 0x00000010::1 session 9\n";
@@ -110,7 +110,7 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     }
     if (row_.stage == kInSessions) {
       Offer(0x10, {1}, RunTask);
-      peer.Send(SessionMessage("start_session", 8, 0x10, {1}));
+      peer.Send(orvd::SessionMessage("start_session", 8, 0x10, {1}));
       OpenSession(9, 0x10, 1);
     }
     if (!row_.request.empty()) {
@@ -193,7 +193,7 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     const uint32_t session = row_.told == kLeaves || way_ == kReset ? 10 : 9;
     Offer(opcode, {1}, RunTask);
     OpenSession(session, opcode, 1);
-    peer.Send(TaskMessage(session, opcode, 1, 2));
+    peer.Send(orvd::TaskMessage(session, opcode, 1, 2));
     EXPECT_TRUE(peer.NextOf("exec_task"));
   }
 

@@ -141,9 +141,9 @@ bool HasReconnected() {
 
 // Pairs 1 to 4 are started, 1 is ready.
 const std::string kEnd = R"({"req_type":"end_session","session_id":9,"opcodes":[]})";
-const std::string kStart = SessionMessage("start_session", kSession, kOpcode, {5});
-const std::string kReady = SessionMessage("ready_session", kSession, kOpcode, {2, 3, 4});
-const std::string kTask = TaskMessage(kSession, kOpcode, 1, 1);
+const std::string kStart = orvd::SessionMessage("start_session", kSession, kOpcode, {5});
+const std::string kReady = orvd::SessionMessage("ready_session", kSession, kOpcode, {2, 3, 4});
+const std::string kTask = orvd::TaskMessage(kSession, kOpcode, 1, 1);
 const std::string kNotification = R"({"req_type":"permission_change"})";
 
 struct Moment {
@@ -173,7 +173,7 @@ const Moment kMoments[] = {
 const std::string kActions[] = {"Deinit", "InitAgain", "Ready", "Register", "Loss"};
 
 class HeldServiceTest : public ServiceTest {
- protected:
+ public:
   HeldServiceTest() {
     SetDebugLevel(4);
     SetLogHook([](const std::string& line) { gate.Pass(line); });
@@ -185,6 +185,8 @@ class HeldServiceTest : public ServiceTest {
     SetLogHook(nullptr);
     Deinit();
   }
+
+ protected:
   int Deinit() const { return orvd_svc_deinit(static_cast<unsigned>(id_)); }
 
   void InitAndOffer() {
@@ -199,9 +201,9 @@ class HeldServiceTest : public ServiceTest {
       peer.Send(kEnd);
       ASSERT_TRUE(peer.NextOf("end_session"));
     }
-    peer.Send(SessionMessage("start_session", kSession, kOpcode, {1, 2, 3, 4}));
+    peer.Send(orvd::SessionMessage("start_session", kSession, kOpcode, {1, 2, 3, 4}));
     EXPECT_THAT(Next("start_session"), testing::HasSubstr("Success"));
-    peer.Send(SessionMessage("ready_session", kSession, kOpcode, {1}));
+    peer.Send(orvd::SessionMessage("ready_session", kSession, kOpcode, {1}));
   }
   std::string Next(const std::string& kind, orvd::Milliseconds limit = orvd::kPatience);
   void UseAndEnd();
@@ -241,7 +243,7 @@ std::string HeldServiceTest::Next(const std::string& kind, orvd::Milliseconds li
 }
 
 void HeldServiceTest::UseAndEnd() {
-  peer.Send(TaskMessage(kSession, kOpcode, 1, 2));
+  peer.Send(orvd::TaskMessage(kSession, kOpcode, 1, 2));
   EXPECT_THAT(Next("exec_task"), testing::HasSubstr(R"("transac_id":2,)"));
   peer.Send(kNotification);
   peer.Send(kEnd);

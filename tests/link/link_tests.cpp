@@ -146,7 +146,7 @@ TEST_F(LinkTest, ExitWaitsForNobody) {
       {"REDY", [] { _orvd_svc_ready(kServiceId, 1, nullptr, nullptr, nullptr); }},
       {"AUTH",
        [] { _orvd_svc_register_auth(kServiceId, 1, orvd::Definition(1, {}).c_str(), "t"); }},
-      {"running", [this] { peer.Send(TaskMessage(9, 0x10, 1, 1)); }}};
+      {"running", [this] { peer.Send(orvd::TaskMessage(9, 0x10, 1, 1)); }}};
   const auto exit_while_waiting = [this](const auto& row) {
     if (row.first != "INIT"s) {
       Init();
@@ -183,7 +183,7 @@ TEST_F(LinkTest, FillsItsBufferAndGrowsItAtTheFirstSession) {
   };
   EXPECT_TRUE(takes(5120));
   EXPECT_FALSE(takes(5121));
-  peer.Send(SessionMessage("start_session", 9, 0xa001, {1}));
+  peer.Send(orvd::SessionMessage("start_session", 9, 0xa001, {1}));
   EXPECT_TRUE(takes(100000));
   if (peer.Send(std::string(524289, ' '))) {  // more than a system's socket buffers may take
     EXPECT_TRUE(takes(524288));

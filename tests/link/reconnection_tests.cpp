@@ -85,7 +85,7 @@ TEST_F(ReconnectionTest, AReceiveThreadOfBeforeSaysNothingOnTheNewConnection) {
       EXPECT_EQ(orvd_svc_deinit(kServiceId) + orvd_svc_init(), kServiceId);
     }).join();
   });
-  peer.Send(SessionMessage("start_session", 11, 0x10, {1}));
+  peer.Send(orvd::SessionMessage("start_session", 11, 0x10, {1}));
   EXPECT_TRUE(WaitLogged("Failed to send start session response to ORVEX Manager"));
   Settle();
   EXPECT_EQ(peer.NextOf("start_session", orvd::Milliseconds(0)), std::nullopt);

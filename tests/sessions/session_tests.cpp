@@ -104,8 +104,8 @@ struct TaskTest : ScriptTest {
     ClearLog();
   }
   void Run(int transac_id, int64_t start_time = 0) {
-    peer.Send(
-        TaskMessage(5, 0xa001, 1, transac_id, R"(,"start_time":)" + std::to_string(start_time)));
+    peer.Send(orvd::TaskMessage(5, 0xa001, 1, transac_id,
+                                R"(,"start_time":)" + std::to_string(start_time)));
   }
 };
 

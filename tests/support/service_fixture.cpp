@@ -135,8 +135,8 @@ void ServiceTest::Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,
 }
 
 void ServiceTest::OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssid) {
-  peer.Send(SessionMessage("start_session", session_id, opcode, {ssid}));
+  peer.Send(orvd::SessionMessage("start_session", session_id, opcode, {ssid}));
   ASSERT_THAT(peer.NextOf("start_session").value_or("lost"), testing::HasSubstr("Success"));
-  peer.Send(SessionMessage("ready_session", session_id, opcode, {ssid}));
+  peer.Send(orvd::SessionMessage("ready_session", session_id, opcode, {ssid}));
   Settle();
 }

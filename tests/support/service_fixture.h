@@ -32,8 +32,6 @@ long Threads();
 // Waits until there are so many: how a test sees that a thread of the library has ended.
 bool WaitForThreads(long count);
 
-using orvd::SessionMessage, orvd::TaskMessage;
-
 // What the session-state callbacks were told, in order, across all opcodes. Pass Recorder::Callback
 // with the recorder as user data.
 class Recorder {
