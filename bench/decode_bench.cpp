@@ -1,5 +1,5 @@
-// Decoding against parsing, in one process: the arguments of a task by shape and size. The two are
-// timed in turn on the same messages, so that their ratio holds on a busy machine too.
+// Compares decoding with parsing in one process, for arguments of each shape and of several sizes.
+// Both are timed alternately with the same messages, so their ratio is valid on a busy machine too.
 
 #include <benchmark/benchmark.h>
 #include <json/reader.h>
@@ -18,7 +18,7 @@ namespace {
 
 using bench::Shape;
 
-constexpr std::size_t kBatchBytes = 16000;  // small messages are timed several at a time
+constexpr std::size_t kBatchBytes = 16000;  // small messages are timed in batches
 
 template <typename Work>
 double Seconds(Work work) {
@@ -34,7 +34,7 @@ double Median(std::vector<double>& values) {
 }
 
 void Parse(const std::string& message, Json::Value& request) {
-  static Json::Reader reader;  // kept, as the library keeps its own
+  static Json::Reader reader;  // reused, as in the library
   if (!reader.parse(message.data(), message.data() + message.size(), request)) {
     throw std::runtime_error("the message does not parse");
   }
@@ -51,7 +51,8 @@ void DeleteMembers(const std::shared_ptr<ValuesInterface>& holder) {
   delete static_cast<const ParamValues<Map*>&>(*holder).value;
 }
 
-// What the library and, for structs, the service do when the task has run.
+// Frees the arguments, as the library does after the task. For a struct, deletes the member maps
+// first, as the service does.
 void Release(const orvex_func_call_info_t& info) {
   const auto& [key, entry] = *info.typed_queue->begin();
   if (entry.first == ORVEX_STRUCT) {
@@ -98,7 +99,7 @@ void DecodeArguments(benchmark::State& state, Shape shape, std::size_t bytes) {
       bench::TaskMessage(bench::FunctionText(shape, bench::CountFor(shape, bytes)));
   const std::size_t batch = std::max<std::size_t>(1, kBatchBytes / message.size());
   Samples samples;
-  for ([[maybe_unused]] auto turn : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     Sample(message, batch, samples);
   }
   state.counters["bytes"] = static_cast<double>(message.size());
@@ -108,7 +109,7 @@ void DecodeArguments(benchmark::State& state, Shape shape, std::size_t bytes) {
   state.counters["decode_per_parse"] = Median(samples.ratio);
 }
 
-// Registered before main.
+// Runs before main.
 [[maybe_unused]] const bool registered = [] {
   for (const Shape shape :
        {Shape::kScalars, Shape::kStruct, Shape::kUint32s, Shape::kInt32s, Shape::kString}) {

@@ -1,5 +1,5 @@
-// The arguments of the benchmark's tasks, decoded by code that knows each shape: what a service
-// would write that has nothing else to expect. It still tests what it reads.
+// Decodes the arguments of the benchmark's tasks with separate code for each shape. A service that
+// expects no other arguments could do the same. The code checks type and range of the values.
 
 #pragma once
 
@@ -25,14 +25,14 @@ struct Scalars {
 };
 
 struct HandArguments {
-  std::vector<Scalars> scalars;  // one element, or none
+  std::vector<Scalars> scalars;  // one element or none
   std::vector<int32_t> members;
   std::vector<uint32_t> unsigneds;
   std::vector<int32_t> integers;
   std::string text;
 };
 
-// Throws std::runtime_error for anything but the benchmark's shapes.
+// Throws std::runtime_error when the arguments do not have one of the benchmark's shapes.
 HandArguments DecodeByHand(const Json::Value& func);
 int CountDecoded(const HandArguments& args);
 

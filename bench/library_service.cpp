@@ -1,4 +1,4 @@
-// The service under measurement: as little as a service can be on top of the library.
+// The measured service that uses the library. The service itself does as little as possible.
 
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -19,8 +19,8 @@ const T& ValueOf(const ValuesInterface& holder) {
   return static_cast<const ParamValues<T>&>(holder).value;
 }
 
-// Members of a struct belong to the service.
-int TakeStruct(const orvex_func_call_info_t& args) {
+// The service owns the member maps of a struct and must delete them.
+int DeleteStruct(const orvex_func_call_info_t& args) {
   const auto& [key, entry] = *args.typed_queue->begin();
   const orvex_typed_map_t* typed = ValueOf<orvex_typed_map_t*>(*entry.second);
   const auto members = static_cast<int>(typed->size());
@@ -29,7 +29,7 @@ int TakeStruct(const orvex_func_call_info_t& args) {
   return members;
 }
 
-// How much was decoded, which the driver compares with what it sent.
+// The number of decoded values. The driver compares it with the number that it sent.
 int CountDecoded(const orvex_func_call_info_t& args) {
   if (args.typed_queue == nullptr || args.typed_queue->size() > 1) {
     return args.typed_queue == nullptr ? 0 : static_cast<int>(args.typed_queue->size());
@@ -37,7 +37,7 @@ int CountDecoded(const orvex_func_call_info_t& args) {
   const auto& [type, holder] = args.typed_queue->begin()->second;
   switch (static_cast<int>(type)) {
     case ORVEX_STRUCT:
-      return TakeStruct(args);
+      return DeleteStruct(args);
     case ORVEX_VECTOR_OF(ORVEX_UINT32):
       return static_cast<int>(ValueOf<std::vector<uint32_t>>(*holder).size());
     case ORVEX_VECTOR_OF(ORVEX_INT32):
@@ -74,7 +74,7 @@ bool Offer(const Command& command) {
   return offered;
 }
 
-int Obey(uint32_t session_id, const Command& command) {
+int Execute(uint32_t session_id, const Command& command) {
   return (command.what == "ask" ? Ask(session_id, command) : Offer(command)) ? 0 : -1;
 }
 
@@ -83,7 +83,7 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   call->opcode = "0x0000a001";
   call->name = args.func_name;
   call->result = R"("done":true)";
-  call->ret = command.what.empty() ? CountDecoded(args) : Obey(call->session_id, command);
+  call->ret = command.what.empty() ? CountDecoded(args) : Execute(call->session_id, command);
   return 0;
 }
 

@@ -1,11 +1,12 @@
-// Measures services over the real socket: the library's, and two written by hand as floors. All
-// three are connected at once and take turns, on one processor with this driver, so that whatever
-// else the machine does burdens them alike. Writes the times as JSON; report.py makes the table.
+// Measures three services over the real socket: one uses the library, and two are hand-written
+// baselines. All three are connected at the same time and are measured alternately, on the same
+// processor as this driver. Other load on the machine therefore affects all of them. The program
+// writes the times as JSON, and report.py prints the table.
 //
 //   orvd_bench ROUNDS PERCENT [MODES]
 //
-// Each round has fresh processes; PERCENT scales the operations of a mode; MODES is the
-// beginning of the names of those to run.
+// Each round starts new processes. PERCENT scales the number of operations of each mode. Only modes
+// whose names begin with MODES are run.
 
 #include <json/value.h>
 #include <sched.h>
@@ -20,22 +21,22 @@
 #include <map>
 
 #include "json_text.h"
-#include "turns.h"
+#include "measured_runs.h"
 
 namespace {
 
+using bench::Run;
 using bench::Shape;
 using bench::Tasks;
-using bench::Turn;
 
-constexpr int kTurns = 5;  // of each service, in each round
+constexpr int kRuns = 5;  // of each mode with each service, in each round
 
 struct Mode {
   const char* name;
   int operations;  // of each service, in each round
-  std::function<bench::Seconds(const Turn&)> run;
-  bool has_arguments = false;  // which a decoding floor has to decode
-  bool ping_pong = false;
+  std::function<bench::Seconds(const Run&)> perform;
+  bool has_arguments = false;  // only then the decoding baseline is measured
+  bool one_at_a_time = false;  // the latency of each operation is recorded
 };
 
 std::vector<Mode> ModesThatBeginWith(const std::string& beginning) {
@@ -52,12 +53,11 @@ std::vector<Mode> ModesThatBeginWith(const std::string& beginning) {
       {"vector of 10,000 uint32", 200, Tasks(Shape::kUint32s, 10000, 1), true, true},
       {"vector of 50,000 int32", 50, Tasks(Shape::kInt32s, 50000, 1), true, true},
       {"string of 200 kB", 1000, Tasks(Shape::kString, 200000, 1), true, true},
-      {"session of 1 pair", 5000, [](const Turn& turn) { return CycleSessions(turn, 1); }},
-      {"session of 64 pairs", 1000, [](const Turn& turn) { return CycleSessions(turn, 64); }},
+      {"session of 1 pair", 5000, [](const Run& run) { return CycleSessions(run, 1); }},
+      {"session of 64 pairs", 1000, [](const Run& run) { return CycleSessions(run, 64); }},
       {"notification", 20000, bench::Notify},
-      {"permission query", 10000, [](const Turn& turn) { return AnswerQueries(turn, 1); }},
-      {"permission query, 16 items", 5000,
-       [](const Turn& turn) { return AnswerQueries(turn, 16); }},
+      {"permission query", 10000, [](const Run& run) { return AnswerQueries(run, 1); }},
+      {"permission query, 16 items", 5000, [](const Run& run) { return AnswerQueries(run, 16); }},
       {"register and ready", 1000, bench::AnswerOffers},
   };
   modes.erase(std::remove_if(modes.begin(), modes.end(),
@@ -76,20 +76,21 @@ struct Service {
 };
 
 constexpr std::array<Service, 3> kServices{{
-    {"floor", "bench_floor", "", false},
+    {"baseline", "bench_baseline", "", false},
     {"library", "bench_library_service", "", true},
-    {"decoding_floor", "bench_floor", "decode", true},
+    {"decoding_baseline", "bench_baseline", "decode", true},
 }};
 
 struct Times {
-  std::vector<double> microseconds;  // for one operation, in each round
-  std::vector<float> latencies;      // of all rounds
+  std::vector<double> microseconds;  // of one operation; an entry for each round
+  std::vector<float> latencies;      // of all operations in all rounds
 };
 
 // By mode and service.
 using Results = std::map<std::pair<std::string, std::string>, Times>;
 
-// Whichever processor is allowed last: the first has the machine's interrupts more often.
+// Takes the last of the processors that this process may use: the first one usually handles more
+// interrupts.
 int PinToOneProcessor() {
   cpu_set_t allowed;
   CPU_ZERO(&allowed);
@@ -108,7 +109,7 @@ int PinToOneProcessor() {
 }
 
 bool TakesPart(const Service& service, const Mode& mode) {
-  return mode.has_arguments || std::string(service.name) != "decoding_floor";
+  return mode.has_arguments || std::string(service.name) != "decoding_baseline";
 }
 
 using Processes = std::array<std::unique_ptr<bench::ServiceProcess>, kServices.size()>;
@@ -119,13 +120,14 @@ float Percentile(std::vector<float>& values, std::size_t percent) {
   return *nth;
 }
 
-// What one service took in one round.
+// The times of one service in one mode of a round.
 struct Taken {
   double seconds = 0;
   std::vector<float> latencies;
 };
 
-// Of tasks one at a time, the median: what interrupts a task now and then says nothing about it.
+// For tasks that run one at a time the time is the median latency, which rare interruptions do not
+// change.
 void Conclude(Taken& taken, int operations, Times& times) {
   times.microseconds.push_back(taken.latencies.empty() ? taken.seconds * 1e6 / operations
                                                        : Percentile(taken.latencies, 50));
@@ -133,22 +135,22 @@ void Conclude(Taken& taken, int operations, Times& times) {
 }
 
 void RunMode(const Mode& mode, int percent, const Processes& processes, Results& results) {
-  const int operations = std::max(1, mode.operations * percent / 100 / kTurns);
+  const int operations = std::max(1, mode.operations * percent / 100 / kRuns);
   std::array<Taken, kServices.size()> taken;
-  for (std::size_t turn = 0; turn < kServices.size() * kTurns; ++turn) {
-    // Everyone follows everyone: a backward lap after a forward one.
-    const std::size_t lap = turn / kServices.size();
-    const std::size_t place = turn % kServices.size();
-    const std::size_t i = lap % 2 == 0 ? place : kServices.size() - 1 - place;
+  for (std::size_t run = 0; run < kServices.size() * kRuns; ++run) {
+    // Every second pass is in reverse order, so that no service always follows the same one.
+    const std::size_t pass = run / kServices.size();
+    const std::size_t place = run % kServices.size();
+    const std::size_t i = pass % 2 == 0 ? place : kServices.size() - 1 - place;
     if (TakesPart(kServices[i], mode)) {
-      taken[i].seconds += mode.run({processes[i]->link(), kServices[i].decodes, operations,
-                                    mode.ping_pong ? &taken[i].latencies : nullptr})
+      taken[i].seconds += mode.perform({processes[i]->link(), kServices[i].decodes, operations,
+                                        mode.one_at_a_time ? &taken[i].latencies : nullptr})
                               .count();
     }
   }
   for (std::size_t i = 0; i < kServices.size(); ++i) {
     if (TakesPart(kServices[i], mode)) {
-      Conclude(taken[i], operations * kTurns, results[{mode.name, kServices[i].name}]);
+      Conclude(taken[i], operations * kRuns, results[{mode.name, kServices[i].name}]);
     }
   }
 }
@@ -186,7 +188,7 @@ Json::Value ToJson(const std::vector<Mode>& modes, Results& results) {
       for (const double time : found->second.microseconds) {
         row["microseconds"][service.name].append(time);
       }
-      if (mode.ping_pong) {
+      if (mode.one_at_a_time) {
         row["latencies"][service.name] = Percentiles(found->second.latencies);
       }
     }
@@ -195,9 +197,9 @@ Json::Value ToJson(const std::vector<Mode>& modes, Results& results) {
   return rows;
 }
 
-// The C library gives the end of the heap back to the system when it is free, and gets it anew page by page for the next
-// large message. Whether it is free is chance: it depends on what happens to lie there. Costs a quarter of a large message,
-// for library or floor; so here it is kept, for all services.
+// The C library returns the end of the heap to the system when it is free, and allocates it again,
+// page by page, for the next large message. This can add a quarter to the time of a large message.
+// Whether the end of the heap is free depends on chance, so all services keep their freed memory.
 void KeepFreedMemory() {
   setenv("MALLOC_TRIM_THRESHOLD_", "1000000000", 1);
   setenv("MALLOC_TOP_PAD_", "50000000", 1);

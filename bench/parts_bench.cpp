@@ -1,4 +1,4 @@
-// Where the time of a small task goes: its parts, each alone.
+// Measures the parts of a small task separately.
 
 #include <android-base/properties.h>
 #include <android/log.h>
@@ -25,7 +25,7 @@ const std::string& SmallTask() {
 
 void ParseTask(benchmark::State& state) {
   Json::Reader reader;
-  for ([[maybe_unused]] auto turn : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     Json::Value message;
     benchmark::DoNotOptimize(
         reader.parse(SmallTask().data(), SmallTask().data() + SmallTask().size(), message));
@@ -33,7 +33,7 @@ void ParseTask(benchmark::State& state) {
 }
 BENCHMARK(ParseTask)->Name("part/parse, and destroy the tree");
 
-// --- Threads that begin, say so, and end: one, or as many at a time as asked.
+// --- Threads that post a semaphore and end; state.range(0) threads at a time.
 
 sem_t g_done;
 
@@ -46,7 +46,7 @@ template <typename Start>
 void RunThreads(benchmark::State& state, Start start) {
   sem_init(&g_done, 0, 0);
   const auto at_a_time = state.range(0);
-  for ([[maybe_unused]] auto turn : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     for (int64_t i = 0; i < at_a_time; ++i) {
       start();
     }
@@ -87,25 +87,25 @@ void SendAndReceive(benchmark::State& state) {
     return;
   }
   std::vector<char> buffer(524288);
-  for ([[maybe_unused]] auto turn : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     benchmark::DoNotOptimize(send(ends[0], SmallTask().data(), SmallTask().size(), 0));
     benchmark::DoNotOptimize(recv(ends[1], buffer.data(), buffer.size(), 0));
   }
 }
-BENCHMARK(SendAndReceive)->Name("part/send and receive, nobody waiting");
+BENCHMARK(SendAndReceive)->Name("part/send and receive, no waiting receiver");
 
 void LogLine(benchmark::State& state) {
   __android_log_set_logger([](const __android_logger_data* /*data*/, const char* /*text*/) {});
-  for ([[maybe_unused]] auto turn : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     __android_log_print(ANDROID_LOG_ERROR, nullptr, "client Sending message %.*s", 250,
                         SmallTask().c_str());
   }
   __android_log_set_logger(__android_log_stderr_logger);
 }
-BENCHMARK(LogLine)->Name("part/format a log line, written nowhere");
+BENCHMARK(LogLine)->Name("part/format a log line without writing it");
 
 void ReadProperty(benchmark::State& state) {
-  for ([[maybe_unused]] auto turn : state) {
+  for ([[maybe_unused]] auto iteration : state) {
     benchmark::DoNotOptimize(
         android::base::GetBoolProperty("vendor.orvex.mgr.latency_measure", false));
   }

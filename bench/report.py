@@ -1,13 +1,13 @@
-"""Makes the table, the JSON and the charts of one run of the benchmark.
+"""Prints the tables of one benchmark, and writes its JSON file and charts.
 
-report.py SOCKET_JSON IN_PROCESS_JSON [--json FILE] [--plot FILE]
+usage: report.py SOCKET_JSON IN_PROCESS_JSON [--json FILE] [--plot FILE]
 """
 
 import argparse
 import json
 import statistics
 
-# Ratio to the plain floor that a mode is meant to stay under.
+# Target for a mode: the largest acceptable ratio of the library's time to the baseline's.
 TARGETS = {
     "no arguments": 1.03,
     "no arguments, 8 outstanding": 0.80,
@@ -23,13 +23,13 @@ TARGETS = {
     "notification": 1.13,
     "permission query": 1.13,
 }
-# Decoding as a part of parsing.
+# Target for a shape: the largest acceptable ratio of decoding time to parsing time.
 DECODE_TARGETS = {"scalars": 0.30, "struct": 0.30, "uint32s": 0.10, "int32s": 0.10, "string": 0.02}
 
 
-def ratios(times, floor):
-    """Median, lowest and highest over the rounds, each against the floor of its own round."""
-    values = [a / b for a, b in zip(times["library"], times[floor])]
+def ratios(times, baseline):
+    """Median, lowest and highest ratio. Each ratio compares two times of the same round."""
+    values = [a / b for a, b in zip(times["library"], times[baseline])]
     return {"median": statistics.median(values), "min": min(values), "max": max(values)}
 
 
@@ -40,13 +40,13 @@ def socket_rows(report):
         row = {
             "mode": mode["name"],
             "library_us": statistics.median(times["library"]),
-            "floor_us": statistics.median(times["floor"]),
-            "ratio": ratios(times, "floor"),
+            "baseline_us": statistics.median(times["baseline"]),
+            "ratio": ratios(times, "baseline"),
             "target": TARGETS.get(mode["name"]),
             "latencies_us": mode.get("latencies"),
         }
-        if "decoding_floor" in times:
-            row["ratio_to_decoding_floor"] = ratios(times, "decoding_floor")
+        if "decoding_baseline" in times:
+            row["ratio_to_decoding_baseline"] = ratios(times, "decoding_baseline")
         rows.append(row)
     return rows
 
@@ -63,7 +63,7 @@ def decode_rows(report):
 
 
 def part_rows(report):
-    """Time of one thing, of however many at a time."""
+    """Time of one operation, when `at_a_time` operations are under way at a time."""
     rows = []
     for run in report["benchmarks"]:
         if run["name"].startswith("part/"):
@@ -82,19 +82,19 @@ def verdict(value, target):
 
 
 def print_socket(rows):
-    print(f"{'mode':30} {'library us':>11} {'floor us':>11}  {'ratio (min..max)':18} {'target':10} {'to decoding floor'}")
+    print(f"{'mode':30} {'library us':>11} {'baseline us':>11}  {'ratio (min..max)':18} {'target':10} {'to decoding baseline'}")
     for row in rows:
         print(
-            f"{row['mode']:30} {row['library_us']:11.1f} {row['floor_us']:11.1f}  {shown(row['ratio']):18} "
-            f"{verdict(row['ratio']['median'], row['target']):10} {shown(row.get('ratio_to_decoding_floor'))}"
+            f"{row['mode']:30} {row['library_us']:11.1f} {row['baseline_us']:11.1f}  {shown(row['ratio']):18} "
+            f"{verdict(row['ratio']['median'], row['target']):10} {shown(row.get('ratio_to_decoding_baseline'))}"
         )
-    print("one task at a time: medians of the latency; the others: means")
-    print("\nlatency, one task at a time, us   median      90 %      99 %   floor: median      90 %      99 %")
+    print("modes with one task at a time: median latency; other modes: mean time")
+    print("\nlatency, one task at a time, us   median      90 %      99 %   baseline: median      90 %      99 %")
     for row in rows:
         if row["latencies_us"]:
-            library, floor = (row["latencies_us"][name] for name in ("library", "floor"))
-            print(f"{row['mode']:30}" + "".join(f"{us:10.1f}" for us in library) + " " * 8
-                  + "".join(f"{us:10.1f}" for us in floor))
+            library, baseline = (row["latencies_us"][name] for name in ("library", "baseline"))
+            print(f"{row['mode']:30}" + "".join(f"{us:10.1f}" for us in library) + " " * 11
+                  + "".join(f"{us:10.1f}" for us in baseline))
 
 
 def print_in_process(decode, parts):
@@ -126,7 +126,7 @@ def plot(file, rows, decode):
     bars.scatter([row["target"] for row in rows], names, marker="|", s=200, color="tab:red", zorder=3, label="target")
     bars.axvline(1, color="black", linewidth=0.8)
     bars.invert_yaxis()
-    bars.set_title("library / floor: median and range of the rounds")
+    bars.set_title("library / baseline: median and range of the rounds")
     bars.legend()
     for shape in dict.fromkeys(row["shape"] for row in decode):
         of_shape = [row for row in decode if row["shape"] == shape]
@@ -134,7 +134,7 @@ def plot(file, rows, decode):
         color = lines.plot(sizes, [row["parse_us"] for row in of_shape], "o--", linewidth=1)[0].get_color()
         lines.plot(sizes, [row["decode_us"] for row in of_shape], "o-", color=color, label=shape)
     lines.set(xscale="log", yscale="log", xlabel="message, bytes", ylabel="us")
-    lines.set_title("cost against payload: parse (dashed), decode")
+    lines.set_title("time by message size: parse (dashed), decode")
     lines.legend()
     figure.tight_layout()
     figure.savefig(file)

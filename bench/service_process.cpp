@@ -34,7 +34,7 @@ pid_t Spawn(std::vector<std::string> command) {
   return pid;
 }
 
-// The service waits for nothing when its readiness has been answered.
+// After the answer to REDY the service expects no other answer, so the socket can be handed over.
 int Handshake(orvd::ManagerPeer& manager) {
   manager.AgreeToEverything(kServiceId);
   manager.SkipAll();
@@ -78,7 +78,7 @@ std::string SessionMessage(const char* req_type, uint32_t session_id, uint32_t p
   for (uint32_t ssid = 1; ssid <= pairs; ++ssid) {
     subsystems += (ssid == 1 ? R"({"id":)" : R"(,{"id":)") + std::to_string(ssid) + "}";
   }
-  // Numbers end a session, texts open it.
+  // end_session names opcodes as numbers. The other two messages name them as texts.
   const bool numeric = strcmp(req_type, "end_session") == 0;
   return std::string(R"({"req_type":")") + req_type + R"(","session_id":)" +
          std::to_string(session_id) + R"(,"opcodes":[{"id":)" +

@@ -1,4 +1,4 @@
-// A service under measurement: its process, and the socket to it once it is ready.
+// A service that is measured: its process and the socket to it.
 
 #pragma once
 
@@ -13,7 +13,8 @@
 
 namespace bench {
 
-// Packets to and from one service. What fails throws std::runtime_error.
+// Sends packets to one service and receives its packets. A call that fails throws
+// std::runtime_error.
 class Link {
  public:
   explicit Link(int fd) : fd_(fd), buffer_(1 << 20) {}
@@ -22,7 +23,7 @@ class Link {
   Link& operator=(const Link&) = delete;
 
   void Send(std::string_view text) const;
-  // Valid until the next call.
+  // The result is valid until the next call.
   std::string_view Receive();
 
  private:
@@ -32,7 +33,7 @@ class Link {
 
 class ServiceProcess {
  public:
-  // Starts the program, agrees to all it offers, and opens its first session with pair 1 ready.
+  // Starts the program, accepts its registrations, and opens session 1 with pair 1 ready.
   ServiceProcess(orvd::ManagerPeer& manager, const std::vector<std::string>& command);
   ~ServiceProcess();
   ServiceProcess(const ServiceProcess&) = delete;
@@ -45,10 +46,11 @@ class ServiceProcess {
   std::unique_ptr<Link> link_;
 };
 
-// One of "start_session", "ready_session", "end_session" for the pairs 1 to `pairs`.
+// `req_type` is "start_session", "ready_session" or "end_session". The message names the pairs 1 to
+// `pairs`.
 std::string SessionMessage(const char* req_type, uint32_t session_id, uint32_t pairs);
 
-// Throws std::runtime_error unless `part` stands in `text`.
+// Throws std::runtime_error when `text` does not contain `part`.
 void RequirePart(std::string_view text, std::string_view part);
 
 }  // namespace bench

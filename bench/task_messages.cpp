@@ -47,7 +47,7 @@ std::string Vector(const char* type, const std::string& elements) {
          elements + "}]";
 }
 
-// Digits spread over the whole range, of equal length.
+// All numbers have the same length.
 std::string Unsigned(std::size_t index) {
   return std::to_string(1000000000U + static_cast<uint32_t>(index) * 58711U);
 }

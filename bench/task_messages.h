@@ -1,4 +1,4 @@
-// The tasks that are measured: messages with arguments of a shape, as large as asked.
+// Messages of the measured tasks. A shape is a kind of arguments.
 
 #pragma once
 
@@ -11,16 +11,16 @@ enum class Shape { kNone, kScalars, kStruct, kUint32s, kInt32s, kString };
 
 const char* NameOf(Shape shape);
 
-// Everything after "func": for scalars, a multiple of ten arguments; for a struct, its members; for
-// vectors, their elements; for a string, its characters.
+// The value of "func". `count` is the number of scalars (a multiple of ten), of struct members, of
+// vector elements or of characters in the string.
 std::string FunctionText(Shape shape, std::size_t count);
 
-// A whole message. The transaction id is written in nine digits, for a driver to overwrite.
+// A whole message. Its transaction id has nine digits, which the driver overwrites.
 std::string TaskMessage(const std::string& function_text);
 inline constexpr std::size_t kTransactionDigits = 9;
 std::size_t TransactionOffset();
 
-// The `count` at which the message is of about `bytes`.
+// The `count` with which the message has about `bytes` bytes.
 std::size_t CountFor(Shape shape, std::size_t bytes);
 
 }  // namespace bench

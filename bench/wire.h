@@ -1,7 +1,7 @@
-// What the driver and the services of the benchmark agree on.
+// Constants and messages that the driver and the services of the benchmark share.
 //
-// A task whose function name begins with a command below is the driver's order to the service; any
-// other task is a measured one, named after the shape of its arguments.
+// When the function name of a task is a command (see below), the service executes the command. The
+// other tasks are measured. Their function name is the shape of their arguments.
 
 #pragma once
 
@@ -14,11 +14,11 @@
 namespace bench {
 
 inline constexpr uint32_t kOpcode = 0xa001;
-inline constexpr uint32_t kSubsystems = 64;  // ids 1 to 64
+inline constexpr uint32_t kSubsystems = 64;  // their ids are 1 to 64
 inline constexpr int kServiceId = 7;
 
-// "ask ITEMS COUNT": ask the Manager COUNT times for ITEMS permissions, one query after another.
-// "offer FIRST COUNT": register and ready COUNT opcodes from FIRST on.
+// "ask ITEMS COUNT": the service sends COUNT permission queries of ITEMS items, one after another.
+// "offer FIRST COUNT": the service registers COUNT opcodes from FIRST on, and makes them ready.
 struct Command {
   std::string what;
   uint32_t first;
@@ -41,7 +41,7 @@ inline std::vector<std::string> Permissions(uint32_t items) {
   return permissions;
 }
 
-// As the service hands it over: version 2, with the blob's header.
+// An API definition as a service passes it to the library: header, version 2, JSON.
 inline std::string Definition(uint32_t opcode, uint32_t subsystems) {
   std::string list;
   for (uint32_t ssid = 1; ssid <= subsystems; ++ssid) {

@@ -1,4 +1,4 @@
-#include "turns.h"
+#include "measured_runs.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -20,23 +20,23 @@ uint32_t NumberBehind(std::string_view text, std::string_view name) {
   if (found == std::string_view::npos) {
     throw std::runtime_error("no number in " + std::string(text.substr(0, 200)));
   }
-  // Always followed by more text.
+  // strtoul stops inside the message, because text follows the number.
   return static_cast<uint32_t>(strtoul(text.data() + found + name.size(), nullptr, 10));
 }
 
-// Nine digits from 100000000 on: the length of the message stays.
+// All transaction ids have nine digits, so the length of the message does not change.
 constexpr uint32_t kFirstTransaction = 100000000;
 
 class Sender {
  public:
-  Sender(const Turn& turn, std::string message) : turn_(turn), message_(std::move(message)) {}
+  Sender(const Run& run, std::string message) : run_(run), message_(std::move(message)) {}
 
   void Next() {
     char digits[kTransactionDigits + 1];
     static_cast<void>(
         snprintf(digits, sizeof(digits), "%09u", kFirstTransaction + sent_ % 1000000));
     message_.replace(TransactionOffset(), kTransactionDigits, digits);
-    turn_.link.Send(message_);
+    run_.link.Send(message_);
     sum_ += kFirstTransaction + sent_ % 1000000;
     ++sent_;
   }
@@ -44,7 +44,7 @@ class Sender {
   uint64_t sum() const { return sum_; }
 
  private:
-  const Turn& turn_;
+  const Run& run_;
   std::string message_;
   uint32_t sent_ = 0;
   uint64_t sum_ = 0;
@@ -54,19 +54,20 @@ Seconds Since(Clock::time_point begin) {
   return Clock::now() - begin;
 }
 
-std::string Order(const std::string& command) {
+std::string CommandTask(const std::string& command) {
   return TaskMessage(R"({"name":")" + command + R"(","num_of_args":0,"args":[]})");
 }
 
-// Has the service carry out the command, answering what it asks meanwhile.
+// Sends the command to the service, answers its requests, and returns when the service has answered
+// the command.
 template <typename AnswerTo>
-Seconds Obeyed(const Turn& turn, const std::string& command, AnswerTo answer_to) {
+Seconds RunCommand(const Run& run, const std::string& command, AnswerTo answer_to) {
   const auto begin = Clock::now();
-  turn.link.Send(Order(command));
-  std::string_view message = turn.link.Receive();
+  run.link.Send(CommandTask(command));
+  std::string_view message = run.link.Receive();
   while (message.find(R"("req_type":"exec_task")") == std::string_view::npos) {
-    turn.link.Send(answer_to(message));
-    message = turn.link.Receive();
+    run.link.Send(answer_to(message));
+    message = run.link.Receive();
   }
   RequirePart(message, R"("return":0,)");
   return Since(begin);
@@ -85,25 +86,25 @@ Tasks::Tasks(Shape shape, int count, int outstanding_tasks)
       result(R"("return":)" + std::to_string(count) + ","),
       outstanding(outstanding_tasks) {}
 
-Seconds Tasks::operator()(const Turn& turn) const {
-  Sender sender(turn, message);
+Seconds Tasks::operator()(const Run& run) const {
+  Sender sender(run, message);
   uint64_t answered = 0;
-  const std::string_view expected = turn.decodes ? result : std::string_view(R"("return":0,)");
+  const std::string_view expected = run.decodes ? result : std::string_view(R"("return":0,)");
   const auto begin = Clock::now();
   auto last = begin;
-  for (int i = 0; i < std::min(outstanding, turn.operations); ++i) {
+  for (int i = 0; i < std::min(outstanding, run.operations); ++i) {
     sender.Next();
   }
-  for (int i = 0; i < turn.operations; ++i) {
-    const std::string_view answer = turn.link.Receive();
-    if (turn.latencies != nullptr) {
+  for (int i = 0; i < run.operations; ++i) {
+    const std::string_view answer = run.link.Receive();
+    if (run.latencies != nullptr) {
       const auto now = Clock::now();
-      turn.latencies->push_back(std::chrono::duration<float, std::micro>(now - last).count());
+      run.latencies->push_back(std::chrono::duration<float, std::micro>(now - last).count());
       last = now;
     }
     RequirePart(answer, expected);
     answered += NumberBehind(answer, kTransaction);
-    if (static_cast<int>(sender.sent()) < turn.operations) {
+    if (static_cast<int>(sender.sent()) < run.operations) {
       sender.Next();
     }
   }
@@ -114,53 +115,52 @@ Seconds Tasks::operator()(const Turn& turn) const {
   return taken;
 }
 
-Seconds CycleSessions(const Turn& turn, uint32_t pairs) {
+Seconds CycleSessions(const Run& run, uint32_t pairs) {
   const std::string start = SessionMessage("start_session", 100, pairs);
   const std::string ready = SessionMessage("ready_session", 100, pairs);
   const std::string end = SessionMessage("end_session", 100, pairs);
   const auto begin = Clock::now();
-  for (int i = 0; i < turn.operations; ++i) {
-    turn.link.Send(start);
-    RequirePart(turn.link.Receive(), "Success");
-    turn.link.Send(ready);
-    turn.link.Send(end);
-    RequirePart(turn.link.Receive(), "Success");
+  for (int i = 0; i < run.operations; ++i) {
+    run.link.Send(start);
+    RequirePart(run.link.Receive(), "Success");
+    run.link.Send(ready);
+    run.link.Send(end);
+    RequirePart(run.link.Receive(), "Success");
   }
   return Since(begin);
 }
 
-Seconds Notify(const Turn& turn) {
+Seconds Notify(const Run& run) {
   constexpr const char* kChange =
       R"({"req_type":"state_change","session_id":1,"state":"screen","value":"on",)"
       R"("package":"a.package.of.some.client"})";
   const auto begin = Clock::now();
-  for (int i = 0; i < turn.operations; ++i) {
-    turn.link.Send(kChange);
-    RequirePart(turn.link.Receive(), "ACK");
+  for (int i = 0; i < run.operations; ++i) {
+    run.link.Send(kChange);
+    RequirePart(run.link.Receive(), "ACK");
   }
   return Since(begin);
 }
 
-Seconds AnswerQueries(const Turn& turn, uint32_t items) {
+Seconds AnswerQueries(const Run& run, uint32_t items) {
   std::string grants;
   for (uint32_t i = 0; i < items; ++i) {
     grants += i == 0 ? "1" : ",1";
   }
   const std::string head =
       R"({"req_type":"PERMISSION","status":0,"PermRes":[)" + grants + R"(],"QueryId":)";
-  const std::string command =
-      "ask " + std::to_string(items) + " " + std::to_string(turn.operations);
-  return Obeyed(turn, command, [&head](std::string_view query) {
+  const std::string command = "ask " + std::to_string(items) + " " + std::to_string(run.operations);
+  return RunCommand(run, command, [&head](std::string_view query) {
     return head + std::to_string(NumberBehind(query, R"("QueryId":)")) + "}";
   });
 }
 
-Seconds AnswerOffers(const Turn& turn) {
+Seconds AnswerOffers(const Run& run) {
   static uint32_t first = 0x100000;
   const std::string command =
-      "offer " + std::to_string(first) + " " + std::to_string(turn.operations);
-  first += static_cast<uint32_t>(turn.operations);
-  return Obeyed(turn, command, OfferAnswer);
+      "offer " + std::to_string(first) + " " + std::to_string(run.operations);
+  first += static_cast<uint32_t>(run.operations);
+  return RunCommand(run, command, OfferAnswer);
 }
 
 }  // namespace bench

@@ -1,9 +1,9 @@
-// The floor: a service written by hand that does only what the design fixes. It receives into one
-// buffer, parses with Json::Reader, reads the members of the message, answers a task from a
-// detached std::thread, and zeroes what it received. No tables, no checks, no log.
+// The baseline: a hand-written service without the library. It receives into one buffer, parses
+// with Json::Reader, reads the members of the message, answers each task from a detached
+// std::thread, and sets the received bytes to zero. It has no tables, no checks and no log.
 //
-// With the argument "decode" it also decodes the benchmark's arguments, each shape by code of its
-// own.
+// With the argument "decode" it also decodes the benchmark's arguments, with separate code for each
+// shape.
 
 #include <json/reader.h>
 #include <json/value.h>
@@ -39,7 +39,7 @@ void Send(const std::string& text) {
   }
 }
 
-// --- One answer at a time is awaited: that of a query, a registration or a readiness.
+// --- Requests. The service waits for one answer at a time.
 
 std::mutex g_answer_mutex;
 std::condition_variable g_answered;
@@ -64,7 +64,7 @@ void Exchange(const std::string& request) {
   g_answer_is_there = false;
 }
 
-// Queries wait for three seconds at most.
+// Waits at most three seconds for the answer.
 std::size_t Query(const std::string& request) {
   Send(request);
   std::unique_lock<std::mutex> lock(g_answer_mutex);
@@ -136,7 +136,7 @@ void Answer(const Call& call, int result) {
   Send(answer);
 }
 
-int Obey(const bench::Command& command) {
+int Execute(const bench::Command& command) {
   return (command.what == "ask" ? Ask(command) : Offer(command)) ? 0 : -1;
 }
 
@@ -157,7 +157,7 @@ void StartTask(const Json::Value& message) {
   }
   std::thread([call = std::move(call)] {
     const bench::Command command = bench::ParseCommand(call.name);
-    Answer(call, command.what.empty() ? 0 : Obey(command));
+    Answer(call, command.what.empty() ? 0 : Execute(command));
   }).detach();
 }
 

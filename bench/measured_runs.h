@@ -1,0 +1,45 @@
+// One run of a mode performs a number of operations with one service and checks all answers. A mode
+// is one kind of operation, for example tasks without arguments.
+
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "service_process.h"
+#include "task_messages.h"
+
+namespace bench {
+
+using Seconds = std::chrono::duration<double>;
+
+struct Run {
+  Link& link;
+  bool decodes;  // the service reports how many values it decoded
+  int operations;
+  std::vector<float>* latencies;  // microseconds of each operation; null: not recorded
+};
+
+// Tasks of one shape. At most `outstanding` tasks are unanswered at a time.
+struct Tasks {
+  Tasks(Shape shape, int count, int outstanding);
+  Seconds operator()(const Run& run) const;
+
+  std::string message;
+  std::string result;  // expected from a service that decodes
+  int outstanding;
+};
+
+// Each operation starts a session with `pairs` pairs, makes it ready and ends it.
+Seconds CycleSessions(const Run& run, uint32_t pairs);
+// Sends notifications. The service's callback acknowledges each one with a message.
+Seconds Notify(const Run& run);
+// Each operation is a query of the service for `items` permissions.
+Seconds AnswerQueries(const Run& run, uint32_t items);
+// In each operation the service registers a new opcode and makes it ready.
+Seconds AnswerOffers(const Run& run);
+
+}  // namespace bench
