@@ -1,5 +1,7 @@
-// A service and a hostile but legal Manager, two processes, for as long as asked: nothing may be
-// lost, and the service may not grow. usage: orvd_soak [MINUTES], in a private /dev.
+// A stress test with two processes: a service, and a Manager that sends random valid messages and
+// is often restarted. The test fails when an answer or a query result is missing, duplicate or
+// wrong, when a notification is lost, or when the memory of the service grows. usage: orvd_soak
+// [MINUTES], in a private /dev.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,7 +37,7 @@ constexpr Seconds kBetweenRestarts{3};
 constexpr Seconds kBetweenSamples{0.2};
 constexpr Seconds kPatience{10};
 constexpr double kLargestGrowth = 5;      // percent
-constexpr Seconds kLongEnoughToGrow{60};  // before, all is warm-up
+constexpr Seconds kLongEnoughToGrow{60};  // a shorter test only warms up
 constexpr int64_t kStartKey = INT64_C(1) << 40;
 constexpr int64_t kEndKey = INT64_C(2) << 40;
 
@@ -50,11 +52,11 @@ class Soak {
       : service_(service), report_(report), length_(length) {}
 
   void Run();
-  // Prints the summary. False when anything was lost, wrong, or grew.
+  // Prints the summary. Returns false when the test has failed.
   bool Judge();
 
  private:
-  // --- One connection: from the service's readiness to the loss.
+  // --- One connection, from the readiness of the service to the loss.
   void Listen();
   void SetRules();
   bool Serve();
@@ -62,7 +64,7 @@ class Soak {
   void Quiesce();
   void StopSenders();
 
-  // --- A sending thread.
+  // --- The sending threads.
   void SendAllTheTime(unsigned seed);
   void SendRound(Messages& messages);
   bool Begin(Messages& messages, Session& session);
@@ -71,7 +73,7 @@ class Soak {
   bool EndPart(Session& session);
   bool Ask(int64_t key, const Exchange& exchange);
 
-  // --- Meanwhile.
+  // --- The main thread.
   bool Await(Seconds limit, const std::function<bool()>& condition);
   void Tick();
   void Sample();
@@ -111,7 +113,7 @@ bool Soak::Fail(const std::string& problem) {
   return false;
 }
 
-// --- Meanwhile
+// --- The main thread
 
 long Soak::ServiceStatus(const std::string& field) const {
   std::ifstream status("/proc/" + std::to_string(service_) + "/status");
@@ -149,7 +151,7 @@ void Soak::Tick() {
                                                 : "status " + std::to_string(WEXITSTATUS(status))));
     return;
   }
-  peer_->SkipAll();  // what is read is judged by the rules
+  peer_->SkipAll();  // the rules have already checked these messages
   Sample();
   PrintProgress();
 }
@@ -162,7 +164,7 @@ bool Soak::Await(Seconds limit, const std::function<bool()>& condition) {
   return condition() && problem_.empty();
 }
 
-// --- A sending thread
+// --- The sending threads
 
 bool Soak::Ask(int64_t key, const Exchange& exchange) {
   return ledger_.Open(key, exchange.answer) && peer_->Send(exchange.message);
@@ -200,7 +202,7 @@ bool Soak::Burst(Messages& messages, const std::vector<Session>& sessions) {
   return true;
 }
 
-// With tasks still running: a task does not end with its session.
+// Tasks of this session may still run, because the end of a session does not end its tasks.
 bool Soak::EndPart(Session& session) {
   const int64_t key = kEndKey + session.id;
   const std::vector<uint32_t> part{session.ssids.back()};
@@ -252,7 +254,8 @@ void Soak::SetRules() {
   peer_->SetRule("INFO_MNTR", AnswerInfos);
 }
 
-// A peer for each absence of the Manager: its record of everything would grow without end.
+// A peer records all packets without limit, so there is a new peer each time that the Manager
+// listens again.
 void Soak::Listen() {
   peer_ = std::make_unique<orvd::ManagerPeer>(kPath, false);
   peer_->AgreeToEverything(7);
@@ -299,7 +302,7 @@ void Soak::Leave(bool drained, bool listening_kept) {
   stopping_ = true;
   ready_ = 0;
   if (listening_kept) {
-    StopSenders();  // else they would go on on the next connection
+    StopSenders();  // otherwise they would continue on the next connection
     peer_->HangUp();
   } else {
     peer_->StopListening();
@@ -340,7 +343,8 @@ void Soak::EndService() {
   }
 }
 
-// The median of the quarter before: load makes the memory swing by a tenth within seconds.
+// The median of the quarter that ends at `fraction`: under load the memory varies by a tenth within
+// seconds.
 long Soak::RssAt(double fraction) const {
   const auto count = static_cast<double>(rss_.size());
   const auto end = static_cast<std::ptrdiff_t>(count * fraction);
@@ -356,20 +360,20 @@ void Soak::PrintCounts() const {
       {"sessions", sessions_},
       {"tasks", tasks_},
       {"answers", counts.answers},
-      {"lost with the link", counts.lost},
+      {"lost with connection", counts.lost},
       {"  answered later", counts.late},
       {"missing", counts.missing},
       {"duplicates", counts.duplicates},
       {"wrong", counts.wrong},
       {"notifications", notifications_},
-      {"  told to callbacks", service_counts_.notifications},
+      {"  received by callbacks", service_counts_.notifications},
       {"queries", service_counts_.queries},
-      {"  cut by a loss", service_counts_.cut},
+      {"  failed by a loss", service_counts_.cut},
       {"  wrong", service_counts_.wrong},
       {"restarts", restarts_}};
-  printf("%-22s %10.1f\n", "minutes", Elapsed().count() / 60);
+  printf("%-24s %10.1f\n", "minutes", Elapsed().count() / 60);
   for (const auto& [name, value] : rows) {
-    printf("%-22s %10llu\n", name, static_cast<unsigned long long>(value));
+    printf("%-24s %10llu\n", name, static_cast<unsigned long long>(value));
   }
 }
 
@@ -383,7 +387,8 @@ bool Soak::Judge() {
          end, growth);
   printf("threads while idle: %ld to %ld\n", *low, *high);
   const Ledger::Counts counts = ledger_.counts();
-  const uint64_t due = notifications_ * std::size(kOpcodes);  // each opcode is told
+  // The callbacks of all opcodes receive every notification.
+  const uint64_t due = notifications_ * std::size(kOpcodes);
   if (counts.missing + counts.duplicates + counts.wrong + service_counts_.wrong != 0) {
     Fail("answers or query results are missing, duplicate or wrong");
   } else if (problem_.empty() && service_counts_.notifications != due) {
@@ -406,7 +411,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   static_cast<void>(setvbuf(stdout, nullptr, _IOLBF, 0));
-  const pid_t service = fork();  // while there is one thread
+  const pid_t service = fork();  // before the first thread starts
   if (service == 0) {
     soak::RunService(report[1]);
   }

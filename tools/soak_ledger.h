@@ -1,4 +1,4 @@
-// Who owes an answer: everything that was asked of the service, until it is answered.
+// The ledger records every request to the service until its answer arrives.
 
 #pragma once
 
@@ -13,33 +13,34 @@ namespace soak {
 
 class Ledger {
  public:
-  // So few that the answers fit into the service's send buffer: neither side ever waits for the
-  // other to read while that one waits likewise.
-  static constexpr std::size_t kRoom = 64;
+  // The largest number of open requests. Their answers fit into the service's send buffer. So the
+  // two processes never block each other in a send.
+  static constexpr std::size_t kMaxOpen = 64;
   static constexpr std::chrono::seconds kLimit{10};
 
   struct Counts {
     uint64_t answers = 0;
-    uint64_t lost = 0;     // open when the link was lost
-    uint64_t late = 0;     // of these, answered on a later connection
-    uint64_t missing = 0;  // without such an excuse
+    uint64_t lost = 0;     // open when the connection was lost
+    uint64_t late = 0;     // lost, but answered on a later connection
+    uint64_t missing = 0;  // not answered, although the connection was not lost
     uint64_t duplicates = 0;
     uint64_t wrong = 0;
   };
 
-  // Waits for room. False when the link is given up, or nothing is answered any more.
+  // Records a request; waits while kMaxOpen requests are open. Returns false after GiveUp, or when
+  // no answer arrives within kLimit.
   bool Open(int64_t key, const std::string& answer) {
     std::unique_lock<std::mutex> lock(mutex_);
-    const bool room =
-        changed_.wait_for(lock, kLimit, [this] { return given_up_ || open_.size() < kRoom; });
-    if (!room || given_up_) {
+    const bool has_room =
+        changed_.wait_for(lock, kLimit, [this] { return given_up_ || open_.size() < kMaxOpen; });
+    if (!has_room || given_up_) {
       return false;
     }
     open_.emplace(key, answer);
     return true;
   }
 
-  // What is not open any more, or never was, is answered once too often.
+  // Records an answer. An answer to a request that is neither open nor lost counts as a duplicate.
   void Answer(int64_t key, const std::string& answer) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const bool late = lost_.count(key) != 0;
@@ -55,13 +56,14 @@ class Ledger {
     changed_.notify_all();
   }
 
+  // Returns false after GiveUp, or when the request is still open after kLimit.
   bool WaitAnswered(int64_t key) {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait_for(lock, kLimit, [&] { return given_up_ || open_.count(key) == 0; });
     return !given_up_ && open_.count(key) == 0;
   }
 
-  // All is answered; what is not within the limit is missing.
+  // Waits until no request is open. A request that is still open after kLimit counts as missing.
   void Drain() {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait_for(lock, kLimit, [this] { return open_.empty(); });
@@ -69,13 +71,15 @@ class Ledger {
     open_.clear();
   }
 
+  // Ends all waits, because the connection is about to be closed.
   void GiveUp() {
     const std::lock_guard<std::mutex> lock(mutex_);
     given_up_ = true;
     changed_.notify_all();
   }
 
-  // The link is gone: what is open may be answered on the next one, or not at all.
+  // The connection is closed. An open request counts as lost; its answer may arrive on the next
+  // connection or never.
   void LoseOpen() {
     const std::lock_guard<std::mutex> lock(mutex_);
     counts_.lost += open_.size();

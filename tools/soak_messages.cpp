@@ -16,11 +16,11 @@ using orvd::WriteCompact;
 
 struct Type {
   const char* name;
-  int bits;  // of integers
+  int bits;  // 0 for all types except integers
   bool is_signed;
 };
 
-// In the order of the type codes, from 1.
+// In the order of the type codes, which begin at 1.
 constexpr Type kTypes[] = {{"uint8", 8, false},   {"uint16", 16, false}, {"uint32", 32, false},
                            {"uint64", 64, false}, {"int8", 8, true},     {"int16", 16, true},
                            {"int32", 32, true},   {"int64", 64, true},   {"double", 0, true},
@@ -36,11 +36,12 @@ std::size_t CodeOf(const Json::Value& name) {
   return code;
 }
 
-// --- The arguments as one text, from the JSON that was built: what the service must find.
+// --- The arguments as one text, made from their JSON. The service makes the same text from the
+// decoded arguments.
 
 std::string ListText(const Json::Value& list);
 
-// Empty for what the library skips.
+// The result is empty for an argument that the library skips.
 std::string ArgumentText(const Json::Value& arg) {
   if (arg["type"] == "struct") {
     return std::to_string(kStructCode) + ":" + ListText(arg["members"]) + ";";
@@ -112,13 +113,14 @@ std::vector<uint32_t> Messages::Subsystems() {
   return ssids;
 }
 
-// Four of five are bounds of the type, of either signedness.
+// Four of the five choices are the bounds of the type as signed and as unsigned integer.
 Json::Value Messages::Integer(int bits, bool is_signed) {
-  const uint64_t all = UINT64_MAX >> (64 - bits);
-  const uint64_t choices[] = {0, all, all >> 1U, all ^ (all >> 1U), random_() & all};
+  const uint64_t all_ones = UINT64_MAX >> (64 - bits);
+  const uint64_t choices[] = {0, all_ones, all_ones >> 1U, all_ones ^ (all_ones >> 1U),
+                              random_() & all_ones};
   const uint64_t chosen = choices[Number(0, std::size(choices) - 1)];
-  const bool negative = is_signed && chosen > all >> 1U;
-  return is_signed ? Json::Value(static_cast<Json::Int64>(negative ? chosen | ~all : chosen))
+  const bool negative = is_signed && chosen > all_ones >> 1U;
+  return is_signed ? Json::Value(static_cast<Json::Int64>(negative ? chosen | ~all_ones : chosen))
                    : Json::Value(static_cast<Json::UInt64>(chosen));
 }
 
@@ -180,7 +182,8 @@ Json::Value Messages::Struct() {
   return arg;
 }
 
-// The ids are out of the way of the positions, which are the keys of structs.
+// A struct's key is its position in the list. The ids of other arguments are different from all
+// positions.
 Json::Value Messages::Arguments() {
   Json::Value args(Json::arrayValue);
   const int count = static_cast<int>(Number(0, 4));
@@ -219,7 +222,7 @@ Exchange Messages::Task(uint32_t session_id, uint32_t ssid, int32_t transac_id) 
 std::string Messages::Notification(uint32_t session_id) {
   const char* const kinds[] = {"permission_change", "state_change", "system_setting_change"};
   Json::Value message = SessionMessage(kinds[Number(0, std::size(kinds) - 1)], session_id);
-  message["sesson_id"] = std::to_string(session_id);  // spelt so in permission changes
+  message["sesson_id"] = std::to_string(session_id);  // the spelling in permission_change
   message["permission"] = "camera";
   message["status"] = OneIn(2) ? "1" : "0";
   message["state"] = "screen";
@@ -250,8 +253,8 @@ Exchange End(uint32_t session_id, const std::vector<uint32_t>& ssids) {
   return {WriteCompact(message), WriteCompact(answer)};
 }
 
-std::string AnswerPermissions(const std::string& question) {
-  const Json::Value asked = ParseObject(question);
+std::string AnswerPermissions(const std::string& query) {
+  const Json::Value asked = ParseObject(query);
   Json::Value answer;
   answer["req_type"] = asked["req_type"];
   answer["QueryId"] = asked["QueryId"];
@@ -263,8 +266,8 @@ std::string AnswerPermissions(const std::string& question) {
   return WriteCompact(answer);
 }
 
-std::string AnswerInfos(const std::string& question) {
-  const Json::Value asked = ParseObject(question);
+std::string AnswerInfos(const std::string& query) {
+  const Json::Value asked = ParseObject(query);
   Json::Value answer;
   answer["req_type"] = asked["req_type"];
   answer["QueryId"] = asked["QueryId"];

@@ -1,4 +1,4 @@
-// What the Manager of the soak says, and the answers that it expects.
+// The messages of the stress test's Manager, and the answers that it expects.
 
 #pragma once
 
@@ -11,20 +11,20 @@
 
 namespace soak {
 
-// A message, and the answer to it as compact JSON.
+// A message and the expected answer, both as compact JSON.
 struct Exchange {
   std::string message;
   std::string answer;
 };
 
-// Random but reproducible; belongs to one thread.
+// Makes random messages; the seed determines them. Not thread-safe.
 class Messages {
  public:
   explicit Messages(unsigned seed) : random_(seed) {}
 
-  uint32_t Number(uint32_t low, uint32_t high);  // both included
+  uint32_t Number(uint32_t low, uint32_t high);  // both are included
   bool OneIn(uint32_t n) { return Number(1, n) == 1; }
-  std::vector<uint32_t> Subsystems();  // one at least, ascending
+  std::vector<uint32_t> Subsystems();  // at least one, in ascending order
   Exchange Task(uint32_t session_id, uint32_t ssid, int32_t transac_id);
   std::string Notification(uint32_t session_id);
 
@@ -43,11 +43,11 @@ class Messages {
 
 Exchange Start(uint32_t session_id, const std::vector<uint32_t>& ssids);
 std::string Ready(uint32_t session_id, const std::vector<uint32_t>& ssids);
-// Without subsystems the whole session ends.
+// Without subsystems the message ends the whole session.
 Exchange End(uint32_t session_id, const std::vector<uint32_t>& ssids);
 
-// The answers to the service's questions.
-std::string AnswerPermissions(const std::string& question);
-std::string AnswerInfos(const std::string& question);
+// The answers to the service's queries.
+std::string AnswerPermissions(const std::string& query);
+std::string AnswerInfos(const std::string& query);
 
 }  // namespace soak

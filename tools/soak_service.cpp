@@ -1,4 +1,5 @@
-// The service of the soak: digests every argument, and queries all the time.
+// The service of the stress test: answers each task with a hash of its arguments, and sends queries
+// all the time.
 
 #include <android-base/properties.h>
 #include <fcntl.h>
@@ -34,10 +35,10 @@ std::atomic<uint64_t> g_queries{0};
 std::atomic<uint64_t> g_wrong{0};
 std::atomic<uint64_t> g_cut{0};
 std::atomic<uint64_t> g_notifications{0};
-std::atomic<uint32_t> g_link{1};  // even while the link stands and everything is ready
+std::atomic<uint32_t> g_connection{1};  // even: the Manager is connected and all opcodes are ready
 std::atomic<bool> g_stopping{false};
 
-// --- The arguments as one text, from what the library decoded.
+// --- The arguments as one text, made from the decoded arguments.
 
 template <typename T>
 std::string TextOf(const T& value) {
@@ -122,22 +123,24 @@ void DeleteMemberMaps(const orvex_func_call_info_t& args) {
 
 // --- Queries
 
-// A query may notice before the receive thread does that the Manager has gone.
-bool LinkWasLost(uint32_t before) {
-  for (int i = 0; i < 200 && before % 2 == 0 && g_link == before; ++i) {
+// A query may fail before the receive thread has detected the loss of the Manager, so this waits up
+// to two seconds.
+bool ConnectionWasLost(uint32_t before) {
+  for (int i = 0; i < 200 && before % 2 == 0 && g_connection == before; ++i) {
     std::this_thread::sleep_for(Milliseconds(10));
   }
-  return before % 2 != 0 || g_link != before;
+  return before % 2 != 0 || g_connection != before;
 }
 
-// Only a result that says nothing is forgiven, and only when the link was lost.
+// An unexpected result is accepted only if all its elements are false or empty, and only if the
+// connection was lost.
 template <typename Element>
 void Judge(const std::vector<Element>& result, const std::vector<Element>& expected,
-           uint32_t link) {
-  const auto says_nothing = [](const Element& element) { return element == Element(); };
+           uint32_t connection) {
+  const auto is_empty = [](const Element& element) { return element == Element(); };
   if (result == expected) {
     ++g_queries;
-  } else if (std::all_of(result.begin(), result.end(), says_nothing) && LinkWasLost(link)) {
+  } else if (std::all_of(result.begin(), result.end(), is_empty) && ConnectionWasLost(connection)) {
     ++g_cut;
   } else {
     ++g_wrong;
@@ -151,8 +154,8 @@ void AskPermissions(uint32_t session_id, uint32_t count) {
     permissions.push_back(std::to_string(number));
     expected.push_back(Granted(session_id, number));
   }
-  const uint32_t link = g_link;
-  Judge(orvd_permission_query(session_id, permissions), expected, link);
+  const uint32_t connection = g_connection;
+  Judge(orvd_permission_query(session_id, permissions), expected, connection);
 }
 
 void AskInfos(uint32_t session_id, uint32_t count) {
@@ -162,9 +165,9 @@ void AskInfos(uint32_t session_id, uint32_t count) {
     items.push_back("item " + std::to_string(number));
     expected.push_back(InfoOf(session_id, items.back()));
   }
-  const uint32_t link = g_link;
+  const uint32_t connection = g_connection;
   Judge(count % 2 == 0 ? orvd_info_query(session_id, items) : orvd_info_monitor(session_id, items),
-        expected, link);
+        expected, connection);
 }
 
 void AskAllTheTime(uint32_t asker) {
@@ -174,7 +177,7 @@ void AskAllTheTime(uint32_t asker) {
   }
 }
 
-// --- What the library calls
+// --- Callbacks
 
 int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   call->opcode = OpcodeText(OpcodeOf(call->subsys_id));
@@ -194,9 +197,9 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
 
 int OnEvent(int /*service_id*/, orvd_req_t* req, void* /*user_data*/) {
   if (req->type == ORVD_TERMINATED) {
-    ++g_link;
+    ++g_connection;
   } else if (req->type == ORVD_RECONNECTED) {
-    kill(getpid(), kReconnected);  // the main thread starts anew
+    kill(getpid(), kReconnected);  // the main thread initialises again
   } else if (req->type == ORVD_PERMISSION_CHANGE || req->type == ORVD_STATE_CHANGE ||
              req->type == ORVD_SYSTEM_SETTING_CHANGE) {
     ++g_notifications;
@@ -217,7 +220,7 @@ bool OfferOpcode(uint32_t id, uint32_t opcode, uint32_t first_ssid) {
 }
 
 int Offer() {
-  alarm(kOfferLimit);  // ends the process, which the Manager's side reports
+  alarm(kOfferLimit);  // ends the process; the Manager's process reports that
   int id = orvd_svc_init();
   while (id < 0) {
     std::this_thread::sleep_for(Milliseconds(20));
@@ -228,7 +231,7 @@ int Offer() {
       std::quick_exit(1);
     }
   }
-  ++g_link;
+  ++g_connection;
   alarm(0);
   return id;
 }
@@ -238,14 +241,14 @@ sigset_t BlockSignals() {
   sigemptyset(&awaited);
   sigaddset(&awaited, SIGTERM);
   sigaddset(&awaited, kReconnected);
-  pthread_sigmask(SIG_BLOCK, &awaited, nullptr);  // before there are threads, which inherit it
+  pthread_sigmask(SIG_BLOCK, &awaited, nullptr);  // threads inherit it, so it is set before them
   return awaited;
 }
 
-// The library's log lines say nothing to who soaks it.
+// The library's log lines go to standard error on the host. The stress test does not need them.
 void SilenceLog() {
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  static_cast<void>(dup2(nowhere, STDERR_FILENO));
+  const int null_device = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  static_cast<void>(dup2(null_device, STDERR_FILENO));
   android::base::SetProperty("persist.vendor.orvex.clientlib.debug_level", "0");
 }
 
@@ -264,7 +267,7 @@ void Serve(const sigset_t& awaited) {
 
 void RunService(int report) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  mallopt(M_ARENA_MAX, 1);  // many arenas fill for minutes, which looks like a leak
+  mallopt(M_ARENA_MAX, 1);  // many arenas grow for minutes, which looks like a leak
   const sigset_t awaited = BlockSignals();
   SilenceLog();
   std::vector<std::thread> askers;
@@ -278,7 +281,7 @@ void RunService(int report) {
   }
   const ServiceCounts counts{g_queries, g_wrong, g_cut, g_notifications};
   const bool written = write(report, &counts, sizeof(counts)) == sizeof(counts);
-  // The library's threads may still be on their way out: destroy nothing under them.
+  // The library's threads may still run, so no object is destroyed.
   std::quick_exit(written ? 0 : 1);
 }
 
