@@ -29,7 +29,7 @@ constexpr uint32_t kFirstTransaction = 100000000;
 
 class Sender {
  public:
-  Sender(const Run& run, std::string message) : run_(run), message_(std::move(message)) {}
+  Sender(const MeasuredRun& run, std::string message) : run_(run), message_(std::move(message)) {}
 
   void Next() {
     char digits[kTransactionDigits + 1];
@@ -44,7 +44,7 @@ class Sender {
   uint64_t sum() const { return sum_; }
 
  private:
-  const Run& run_;
+  const MeasuredRun& run_;
   std::string message_;
   uint32_t sent_ = 0;
   uint64_t sum_ = 0;
@@ -61,7 +61,7 @@ std::string CommandTask(const std::string& command) {
 // Sends the command to the service, answers its requests, and returns when the service has answered
 // the command.
 template <typename AnswerTo>
-Seconds RunCommand(const Run& run, const std::string& command, AnswerTo answer_to) {
+Seconds RunCommand(const MeasuredRun& run, const std::string& command, AnswerTo answer_to) {
   const auto begin = Clock::now();
   run.link.Send(CommandTask(command));
   std::string_view message = run.link.Receive();
@@ -86,7 +86,7 @@ Tasks::Tasks(Shape shape, int count, int outstanding_tasks)
       result(R"("return":)" + std::to_string(count) + ","),
       outstanding(outstanding_tasks) {}
 
-Seconds Tasks::operator()(const Run& run) const {
+Seconds Tasks::operator()(const MeasuredRun& run) const {
   Sender sender(run, message);
   uint64_t answered = 0;
   const std::string_view expected = run.decodes ? result : std::string_view(R"("return":0,)");
@@ -115,7 +115,7 @@ Seconds Tasks::operator()(const Run& run) const {
   return taken;
 }
 
-Seconds CycleSessions(const Run& run, uint32_t pairs) {
+Seconds CycleSessions(const MeasuredRun& run, uint32_t pairs) {
   const std::string start = SessionMessage("start_session", 100, pairs);
   const std::string ready = SessionMessage("ready_session", 100, pairs);
   const std::string end = SessionMessage("end_session", 100, pairs);
@@ -130,7 +130,7 @@ Seconds CycleSessions(const Run& run, uint32_t pairs) {
   return Since(begin);
 }
 
-Seconds Notify(const Run& run) {
+Seconds Notify(const MeasuredRun& run) {
   constexpr const char* kChange =
       R"({"req_type":"state_change","session_id":1,"state":"screen","value":"on",)"
       R"("package":"a.package.of.some.client"})";
@@ -142,7 +142,7 @@ Seconds Notify(const Run& run) {
   return Since(begin);
 }
 
-Seconds AnswerQueries(const Run& run, uint32_t items) {
+Seconds AnswerQueries(const MeasuredRun& run, uint32_t items) {
   std::string grants;
   for (uint32_t i = 0; i < items; ++i) {
     grants += i == 0 ? "1" : ",1";
@@ -155,7 +155,7 @@ Seconds AnswerQueries(const Run& run, uint32_t items) {
   });
 }
 
-Seconds AnswerOffers(const Run& run) {
+Seconds AnswerOffers(const MeasuredRun& run) {
   static uint32_t first = 0x100000;
   const std::string command =
       "offer " + std::to_string(first) + " " + std::to_string(run.operations);

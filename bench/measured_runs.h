@@ -16,7 +16,7 @@ namespace bench {
 
 using Seconds = std::chrono::duration<double>;
 
-struct Run {
+struct MeasuredRun {
   Link& link;
   bool decodes;  // the service reports how many values it decoded
   int operations;
@@ -26,7 +26,7 @@ struct Run {
 // Tasks of one shape. At most `outstanding` tasks are unanswered at a time.
 struct Tasks {
   Tasks(Shape shape, int count, int outstanding);
-  Seconds operator()(const Run& run) const;
+  Seconds operator()(const MeasuredRun& run) const;
 
   std::string message;
   std::string result;  // expected from a service that decodes
@@ -34,12 +34,12 @@ struct Tasks {
 };
 
 // Each operation starts a session with `pairs` pairs, makes it ready and ends it.
-Seconds CycleSessions(const Run& run, uint32_t pairs);
+Seconds CycleSessions(const MeasuredRun& run, uint32_t pairs);
 // Sends notifications. The service's callback acknowledges each one with a message.
-Seconds Notify(const Run& run);
+Seconds Notify(const MeasuredRun& run);
 // Each operation is a query of the service for `items` permissions.
-Seconds AnswerQueries(const Run& run, uint32_t items);
+Seconds AnswerQueries(const MeasuredRun& run, uint32_t items);
 // In each operation the service registers a new opcode and makes it ready.
-Seconds AnswerOffers(const Run& run);
+Seconds AnswerOffers(const MeasuredRun& run);
 
 }  // namespace bench

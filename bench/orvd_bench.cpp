@@ -25,7 +25,7 @@
 
 namespace {
 
-using bench::Run;
+using bench::MeasuredRun;
 using bench::Shape;
 using bench::Tasks;
 
@@ -34,7 +34,7 @@ constexpr int kRuns = 5;  // of each mode with each service, in each round
 struct Mode {
   const char* name;
   int operations;  // of each service, in each round
-  std::function<bench::Seconds(const Run&)> perform;
+  std::function<bench::Seconds(const MeasuredRun&)> perform;
   bool has_arguments = false;  // only then the decoding baseline is measured
   bool one_at_a_time = false;  // the latency of each operation is recorded
 };
@@ -53,11 +53,12 @@ std::vector<Mode> ModesThatBeginWith(const std::string& beginning) {
       {"vector of 10,000 uint32", 200, Tasks(Shape::kUint32s, 10000, 1), true, true},
       {"vector of 50,000 int32", 50, Tasks(Shape::kInt32s, 50000, 1), true, true},
       {"string of 200 kB", 1000, Tasks(Shape::kString, 200000, 1), true, true},
-      {"session of 1 pair", 5000, [](const Run& run) { return CycleSessions(run, 1); }},
-      {"session of 64 pairs", 1000, [](const Run& run) { return CycleSessions(run, 64); }},
+      {"session of 1 pair", 5000, [](const MeasuredRun& run) { return CycleSessions(run, 1); }},
+      {"session of 64 pairs", 1000, [](const MeasuredRun& run) { return CycleSessions(run, 64); }},
       {"notification", 20000, bench::Notify},
-      {"permission query", 10000, [](const Run& run) { return AnswerQueries(run, 1); }},
-      {"permission query, 16 items", 5000, [](const Run& run) { return AnswerQueries(run, 16); }},
+      {"permission query", 10000, [](const MeasuredRun& run) { return AnswerQueries(run, 1); }},
+      {"permission query, 16 items", 5000,
+       [](const MeasuredRun& run) { return AnswerQueries(run, 16); }},
       {"register and ready", 1000, bench::AnswerOffers},
   };
   modes.erase(std::remove_if(modes.begin(), modes.end(),

@@ -1,4 +1,4 @@
-// The argument walk, with its vector and struct decoders, on any JSON.
+// Runs the decoders of arguments, of vectors and of vectors in structs on any JSON.
 
 #include <json/value.h>
 
@@ -27,7 +27,7 @@ void TryInput(const std::string& input) {
       const int result = AddParamsToQueues(json, &task);
       Require(result == 0 || result == -1, "result");
       const size_t queued = task.typed_queue != nullptr ? task.typed_queue->size() : 0;
-      Require(result != 0 || queued <= static_cast<size_t>(task.num_of_args), "one entry each");
+      Require(result != 0 || queued <= static_cast<size_t>(task.num_of_args), "entry count");
     }
   });
   ClearParamsFromQueues(task);
@@ -36,10 +36,10 @@ void TryInput(const std::string& input) {
   orvex_func_call_info_t vectors{"", 0, &values, &typed};
   Try(vectors, [&] {
     const int result = AddVectorParams(json, 0, 1, &vectors);
-    Require(result == 0 || typed.count(1) == 0, "nothing of a vector that is refused");
+    Require(result == 0 || typed.count(1) == 0, "no entry for a refused vector");
   });
   Try(vectors, [&] {
     const int result = AddStructVectorParams(json, 0, 2, &typed, &values);
-    Require(result == 0 || typed.count(2) == 0, "nothing of a member that is refused");
+    Require(result == 0 || typed.count(2) == 0, "no entry for a refused member");
   });
 }

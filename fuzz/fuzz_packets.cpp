@@ -1,5 +1,6 @@
-// A conversation, a packet a line. Where it begins with the mark of a call, that call waits for the Manager meanwhile,
-// and the mark stands for the query's id in all lines. At the end the Manager answers what still waits.
+// The input is a list of packets, one on each line. It may begin with marks. For each mark a call
+// of kCallTable waits for its answer while the packets are handled, and the mark in a packet is
+// replaced by the query id. At the end the calls that still wait are answered.
 
 #include <algorithm>
 #include <future>

@@ -22,7 +22,7 @@
 #include "sessions/session_table.h"
 #include "support/taken_args.h"
 
-// What a refused task leaves allocated on purpose, and nothing else.
+// The allocations that a refused task never frees (Deliberate:). All other leaks are reported.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:NewCallRecord\nleak:AddStructParams\n";
 }
@@ -31,8 +31,8 @@ namespace {
 
 std::mutex counts_mutex;
 std::condition_variable counted;
-std::atomic<int> messages[3];     // by the role of the sender; a refused task counts as answered
-std::atomic<size_t> values_read;  // a sum, so that no read is left out
+std::atomic<int> messages[3];     // for each role of the sender; a refused task counts as answered
+std::atomic<size_t> values_read;  // a sum, so that the compiler keeps every read
 
 void Touch(std::string_view text) {
   values_read += std::hash<std::string_view>()(text);
@@ -77,7 +77,7 @@ void ResetService() {
   gServiceGeneration = CurrentGeneration();
 }
 
-// Hangs on a mutex that was left locked.
+// Blocks forever when a mutex is still locked.
 void CheckService() {
   const MutexLock init_lock(gInitMutex);
   const MutexLock session_lock(Sessions().mutex);
@@ -89,8 +89,8 @@ void CheckService() {
   }
   const MutexLock ready_lock(TheReadyTable().mutex);
   for (const auto& [opcode, entry] : TheReadyTable().opcodes) {
-    Require(opcode == kOpcode || opcode == kOtherOpcode, "nothing else becomes ready");
-    Require(entry.status && entry.cv && entry.received, "a whole entry");
+    Require(opcode == kOpcode || opcode == kOtherOpcode, "no other opcode is ready");
+    Require(entry.status && entry.cv && entry.received, "a complete entry");
   }
   const MutexLock state_lock(gStateMutex);
 }
@@ -124,13 +124,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
 void Require(bool holds, const char* what) {
   if (!holds) {
-    static_cast<void>(fprintf(stderr, "does not hold: %s\n", what));
+    static_cast<void>(fprintf(stderr, "check failed: %s\n", what));
     abort();
   }
 }
 
 int OnState(int service_id, orvd_req_t* req, void* user_data) {
-  Require(user_data == &sends_fail, "foreign user data");
+  Require(user_data == &sends_fail, "unknown user data");
   Require(req->type >= ORVD_TERMINATED && req->type <= ORVD_SYSTEM_SETTING_CHANGE, "event");
   Touch(req->permission + req->state + req->package);
   return service_id != kServiceId || req->ssid == 2 ? 1 : 0;

@@ -1,4 +1,4 @@
-// Runs a fuzz target on every file of the folder named.
+// Runs a fuzz target on every file of a folder. usage: fuzz_TARGET FOLDER
 
 #include <filesystem>
 #include <fstream>

@@ -1,6 +1,6 @@
-// Takes the holder of every kind of argument, so that abidw finds them: the library's own functions name only their
-// base. The compiler describes a template where the file has the name of the template's header, which keeps the
-// standard library's templates out; hence this file's name.
+// Uses the holder (ParamValues) of every kind of argument, so that abidw finds these types. The
+// library's functions only name their base class. The file must have the name of the header: the
+// compiler then describes the templates of that header, but not those of the standard library.
 
 #include "orvex_args.h"
 

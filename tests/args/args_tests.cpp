@@ -1,4 +1,5 @@
-// What becomes of the arguments of a task. The debug level is 0: their log lines have no gate.
+// Decodes the arguments of a task. The debug level is 0: the decoders' log lines are written at
+// every level.
 
 #include <json/json.h>
 
@@ -8,7 +9,8 @@
 #include "support/service_fixture.h"
 #include "support/taken_args.h"
 
-// The member maps of a struct that is refused or dropped are lost on purpose.
+// The member maps are never freed when the struct is refused or its key is already used
+// (Deliberate:).
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:AddStructParams\n";
 }
@@ -19,8 +21,8 @@ using std::string, std::to_string;
 const string kMismatch = "and type of value do not match while parsing";
 using Holder = std::shared_ptr<ValuesInterface>;
 
-// Written with blanks between: ID:TYPE=VALUE, ID:TYPE[]=LIST for a vector, struct(MEMBERS), or
-// JSON.
+// Makes the JSON of a list of arguments. The text has arguments separated by blanks: ID:TYPE=VALUE,
+// ID:TYPE[]=LIST for a vector, struct(MEMBERS), or JSON.
 string JsonArgs(string text) {
   const char* const steps[][2] = {
       {R"((-?\d+):(\w*)\[\]=)", R"($1:vector","vec_type":"$2=)"},
@@ -34,7 +36,7 @@ string JsonArgs(string text) {
   return "[" + text + "]";
 }
 
-// The result, the queues, and the log lines with their priorities.
+// Returns the result, the queues, and the log lines with their priorities.
 string Decode(const string& text) {
   const bool is_func = text.rfind("func=", 0) == 0;
   Json::Value request;
@@ -59,8 +61,8 @@ string Decode(const string& text) {
   return outcome;
 }
 
-// A type, JSON that is taken, that is out of range, and that is of another kind, in the order of
-// the codes. The value after > is the one that is read, where it is written otherwise.
+// For each type, in the order of the codes: its name, accepted JSON values, values out of range,
+// and values of another kind. After > is the decoded value when its text differs.
 constexpr const char* kTypes[][4] = {
     {"uint8", "255 0 3.0>3 -0.0>0", "256 4294967295", R"(-1 1.5 4294967296 1e10 true "1")"},
     {"uint16", "65535 256", "65536 4294967295", R"(-1 65535.5 4294967296 false "1")"},
@@ -146,7 +148,7 @@ TEST(ArgsTest, KeysPositionsAndRefusals) {
   }
 }
 
-TEST(ArgsTest, TheRecordOwnsItsQueues) {
+TEST(ArgsTest, QueuesAreFreedOnlyByClear) {
   const Holder first = std::make_shared<ParamValues<int32_t>>(1);
   QueueInsertion(nullptr, 1, first, ORVEX_INT32);
   value_QueueInsertion(nullptr, 1, first);

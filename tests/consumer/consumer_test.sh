@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the example service against what is installed, by CMake's package and by pkg-config, and lets each play the demo
-# with the installed orvd-sim. usage: consumer_test.sh PREFIX WORK_FOLDER COMPILER [FLAGS]
+# Builds the example service against the installed files, once with the CMake package and once with pkg-config. Runs the
+# demo with each and with the installed orvd-sim. usage: consumer_test.sh PREFIX WORK_FOLDER COMPILER [FLAGS]
 set -euo pipefail
 project=$(cd "$(dirname "$0")/../.." && pwd)
 prefix=$1 work=$2 compiler=$3 flags=${4:-}
@@ -14,7 +14,7 @@ configure() {
 configure
 cmake --build "$work"
 if configure -DORVEX_VERSION=1.0 >"$work/other_version.log" 2>&1; then
-  echo "A project written for another major version is given this one"
+  echo "find_package accepts this version for another major version"
   exit 1
 fi
 grep 'considered but not accepted' "$work/other_version.log"

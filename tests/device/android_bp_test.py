@@ -9,7 +9,7 @@ ninja, project = sys.argv[1], Path(sys.argv[2])
 
 
 def read_modules():
-    """Name to "property value" for each value, with those of the defaults, and with the files that "srcs" matches."""
+    """For each module a set of "property value", which includes the defaults. "srcs" are the files that it matches."""
     text = re.sub(r"\s*//.*", "", (project / "Android.bp").read_text())
     modules = {}
     for kind, body in re.findall(r"^(\w+) {\n(.*?)^}", text, re.M | re.S):
@@ -27,7 +27,7 @@ def read_modules():
 
 
 def host(target, folder):
-    """What the host compiles in `folder`, and links `target` with, in the same words."""
+    """The sources in `folder`, the flags and the libraries of `target` on the host, also as "property value"."""
     lines = subprocess.check_output([ninja, "-t", "commands", target], text=True).splitlines()
     used = [line for line in lines if f" -c {project}/{folder}/" in line]
     used.append(re.sub(r" -o \S+", "", [line for line in lines if " -o " in line and " -c " not in line][-1]))
@@ -38,7 +38,7 @@ def host(target, folder):
     return {f"{key} {value}" for key, pattern in words.items() for value in re.findall(pattern, used)}
 
 
-# Soong builds with clang, and without exceptions unless told.
+# Soong builds with clang. It disables exceptions by default.
 program = {"vendor true", "rtti true", "cppflags -fexceptions", "cppflags -Wthread-safety"}
 headers = {"vendor true", "export_include_dirs include"}
 wanted = {

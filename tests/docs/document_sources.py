@@ -1,9 +1,9 @@
-"""Takes programs and scenarios out of a document. usage: document_sources.py DOCUMENT STEM; prints the programs.
+"""Extracts programs and scenarios from a document. usage: document_sources.py DOCUMENT STEM; prints the programs.
 
-STEM_01.cpp, STEM_02.cpp, ...: the program at the end of each section that has C++. "// [name]" begins a part. It takes
-the place of the part of that name, or the place above the part that follows it in the section, or else the last place.
-STEM_1.scenario, STEM_2.scenario, ...: the scenario blocks and the example messages, up to each "die". SIGHUP asks the
-service for its next call; comments have the calls, what they return and what the callback hears.
+STEM_01.cpp, STEM_02.cpp, ...: the program after each C++ block. "// [name]" begins a part of the program. A part replaces
+the earlier part with the same name. A new part is inserted before the part that follows it in its block, or at the end.
+STEM_1.scenario, STEM_2.scenario, ...: the scenario blocks and the example messages; a new file begins after each "die".
+SIGHUP starts the next call of the service. Comments contain the calls, their results and the events of the callback.
 """
 import re
 import sys
@@ -16,7 +16,7 @@ includes, order, body, programs, scenario = set(), [], {}, [], ""
 
 def write(name, text):
     path = Path(name)
-    if not path.exists() or path.read_text(encoding="utf-8") != text:  # nothing is built anew without need
+    if not path.exists() or path.read_text(encoding="utf-8") != text:  # keeps the time of an unchanged file
         path.write_text(text, encoding="utf-8")
     return name
 

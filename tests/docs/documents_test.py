@@ -1,4 +1,4 @@
-"""Examples and tables of the documents against the sources. usage: documents_test.py PROJECT"""
+"""Compares examples and tables of the documents with the sources. usage: documents_test.py PROJECT"""
 import json
 import re
 import sys
@@ -21,7 +21,8 @@ def compare(what, wanted, documented):
                        [f"{what}: {one} is documented only" for one in documented - wanted])
 
 
-# Every message has an example. The table behind an example has its members, and of what is inside of them nothing else.
+# Every message has an example. The table after an example lists the members of the message. Members inside of objects may
+# be listed too, but only those of the example.
 examples = find(r"^\*\*(.*)\*\*.*\n\n```\w+ (\w+)\n(.*)\n```\n(?:\n\| member \|.*\n((?:\|.*\n)+))?", protocol)
 compare("PROTOCOL.md, fences", {protocol.count("```")}, {2 * len(examples)})
 shown = set()
@@ -33,17 +34,17 @@ for sender, side, text, table in examples:
         compare(f"PROTOCOL.md, inside of {text}", inside.intersection(find(r'"(\w+)":', text)), inside)
     if table or side == "service":
         shown.update((side, kind) for kind in find(r'"req_type":"(\w+)"', text))
-handled = find(r'\{"(\w+)", \w+[<}]', texts["src/link/dispatch.cpp"]) + ["volume_change"]  # in the place of any other
+handled = find(r'\{"(\w+)", \w+[<}]', texts["src/link/dispatch.cpp"]) + ["volume_change"]  # instead of any other message
 sent = find(r'"req_type":"(\w+)"', sources) + ["start_session", "end_session", "INFO_QUERY", "INFO_MNTR"]
 compare("PROTOCOL.md", {("manager", kind) for kind in handled} | {("service", kind) for kind in sent}, shown)
 
 codes = dict(find(r"(ORVEX_\w+) = (\d+),", texts["include/orvex_args.h"]))
 compare("PROTOCOL.md, types", {(name, codes[code]) for name, code in find(r'\{"(\w+)", (ORVEX_\w+)\}', sources)},
         {*find(r"^\| `(\w+)`[^|]* \| (\d+) \|", protocol)})
-compare("PROTOCOL.md, odd on purpose", Counter({path: text.count("// Deliberate:") for path, text in texts.items()}),
+compare("PROTOCOL.md, deliberate oddities", Counter({path: text.count("// Deliberate:") for path, text in texts.items()}),
         Counter(find(r"\| `(src/\S+)` \|$", protocol)))
 
-# Every line in LOGS.md is in the sources; every line of level 1 or 2, and every decoder's, is in LOGS.md.
+# Every log line in LOGS.md exists in the sources. Every log line of level 1 or 2 and of the decoders is in LOGS.md.
 lines = {f"{LEVELS.index(gate)} {text}" for gate, text in find(r'LOG_AT\(\s*(k\w+),\s*"((?:\\.|[^"\\])*)"', sources)}
 for wording in find(r'PathWording k\w+\{\s*"([^"]*)",\s*"([^"]*)"', sources):
     lines.update(f"0 {text}" for text in wording)

@@ -1,5 +1,5 @@
-// The service of docs/PROTOCOL.md: makes each call on SIGHUP, which it raises itself for the first;
-// prints the calls, what they return and what the callback has heard.
+// The service of docs/PROTOCOL.md. Each SIGHUP starts its next call; it raises the first one
+// itself. It prints the calls, their results and the events of the callback.
 
 #include <json/writer.h>
 
@@ -10,17 +10,17 @@
 #include "support/service_fixture.h"
 #include "support/taken_args.h"
 
-#define CALL(...)          \
-  AwaitTurn(#__VA_ARGS__); \
+#define CALL(...)            \
+  AwaitSignal(#__VA_ARGS__); \
   std::cout << testing::PrintToString(__VA_ARGS__) << "\n"
 
 namespace {
 
-sigset_t turns{};
+sigset_t signals{};
 
-void AwaitTurn(const char* call) {
+void AwaitSignal(const char* call) {
   int signal = 0;
-  sigwait(&turns, &signal);
+  sigwait(&signals, &signal);
   std::cout << call << "\n";
 }
 
@@ -40,8 +40,8 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
 }  // namespace
 
 int main() {
-  sigaddset(&turns, SIGHUP);
-  pthread_sigmask(SIG_BLOCK, &turns, nullptr);  // threads inherit it: before there are any
+  sigaddset(&signals, SIGHUP);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // threads inherit it, so it is set before them
   static_cast<void>(raise(SIGHUP));
   SetTestProperty("ro.build.type", "eng");
   SetTestProperty("vendor.orvex.one.service", "vendor.radioWarden");
@@ -58,7 +58,7 @@ int main() {
   CALL(orvd_permission_query(9, {"location", "camera"}));
   CALL(orvd_info_query(9, {"client", "zone"}));
   CALL(orvd_info_monitor(9, {"zone"}));
-  AwaitTurn(R"(orvd_log_marker("boot done"))");
+  AwaitSignal(R"(orvd_log_marker("boot done"))");
   orvd_log_marker("boot done");
   CALL(orvd_svc_deinit(7));
   std::cout << user_data->events() << std::flush;

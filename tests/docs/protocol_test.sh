@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Plays the conversation of docs/PROTOCOL.md, and compares what the service prints with the scenario's comments.
-# usage: [EMULATOR=COMMAND] protocol_test.sh ORVD_SIM SERVICE SCENARIO, in a /dev of its own
+# Runs the messages of docs/PROTOCOL.md as a scenario, and compares the output of the service with the scenario's comments.
+# usage: [EMULATOR=COMMAND] protocol_test.sh ORVD_SIM SERVICE SCENARIO, in a private /dev
 set -euo pipefail
 read -ra emulator <<<"${EMULATOR:-}"
 path=/dev/socket/orvex_one/orvd_one

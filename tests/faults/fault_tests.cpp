@@ -1,4 +1,4 @@
-// What the system refuses: sockets, threads, memory, packets.
+// System calls fail: sockets, threads, memory, packets.
 
 #include <json/json.h>
 #include <malloc.h>
@@ -21,22 +21,23 @@ int Answer(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) {
 class FaultTest : public ServiceTest {
  protected:
   FaultTest() { SetDebugLevel(1); }
-  void Serve() {
+  void Start() {
     Init();
     Offer(0x10, {1}, Answer);
     OpenSession(9, 0x10, 1);
     ClearLog();
   }
   void Run(int transac_id) { peer.Send(orvd::TaskMessage(9, 0x10, 1, transac_id)); }
-  void ExpectServed(int transac_id) {
+  void ExpectAnswered(int transac_id) {
     Run(transac_id);
     EXPECT_THAT(peer.NextOf("exec_task").value_or("lost"),
                 testing::HasSubstr("\"transac_id\":" + std::to_string(transac_id) + ","));
   }
 };
 
-TEST_F(FaultTest, AnInitialisationThatFailsCanBeRepeated) {
-  // The connections are those since the start, once the call has failed.
+TEST_F(FaultTest, FailedInitialisationCanBeRepeated) {
+  // The third column is the number of connections since the start of the test, after the failed
+  // call.
   const std::tuple<Call, int, size_t, const char*> rows[] = {
       {Call::kSocket, EMFILE, 0,
        "Failed to connect to ORVEX Manager (socket creation failed Too many open files)\n"},
@@ -50,7 +51,8 @@ TEST_F(FaultTest, AnInitialisationThatFailsCanBeRepeated) {
     FailNext(call, error);
     EXPECT_EQ(orvd_svc_init(), -1);
     EXPECT_EQ(LogText(), log);
-    // The socket that was left open is used; where a thread still reads it, either may.
+    // The second call uses the socket that the failed call left open. If that call's receive thread
+    // still runs, either thread may read the socket.
     EXPECT_TRUE(peer.WaitConnections(connections));
     Init();
     Offer(0x10, {1});
@@ -61,22 +63,22 @@ TEST_F(FaultTest, AnInitialisationThatFailsCanBeRepeated) {
   }
 }
 
-TEST_F(FaultTest, AReceiveErrorIsLoggedAndTriedAgain) {
-  Serve();
+TEST_F(FaultTest, ReceiveErrorIsLoggedAndTheReceiveIsRepeated) {
+  Start();
   for (const auto& [error, text] :
        {std::pair{EINTR, "Interrupted system call"}, {ENOMEM, "Cannot allocate memory"}}) {
     const auto start = std::chrono::steady_clock::now();
     FailNext(Call::kRecvfrom, error);
-    ExpectServed(error);  // ends the receive under way
+    ExpectAnswered(error);  // ends the current receive
     EXPECT_TRUE(WaitLogged("Error receiving msg from manager (" + std::string(text) + ")"));
-    ExpectServed(error + 100);
+    ExpectAnswered(error + 100);
     EXPECT_GE(std::chrono::steady_clock::now() - start, orvd::Milliseconds(500));  // the pause
   }
   EXPECT_EQ(recorder.events(), "start 0x00000010::1 session 9\nready 0x00000010::1 session 9\n");
 }
 
-TEST_F(FaultTest, APacketThatIsNotTakenFailsItsCallAlone) {
-  Serve();
+TEST_F(FaultTest, FailedSendAffectsOnlyItsCall) {
+  Start();
   const auto handle = [this](const std::string& message) {
     peer.Send(message);
     Settle();
@@ -101,7 +103,7 @@ TEST_F(FaultTest, APacketThatIsNotTakenFailsItsCallAlone) {
     EXPECT_EQ(act(), result);
     EXPECT_EQ(CountLogged("client NOT able to send msg"), 1U);
     EXPECT_EQ(CountLogged(last_line), 1U);
-    ExpectServed(1);
+    ExpectAnswered(1);
   }
   FailNext(Call::kSendto, EPIPE, 2);
   EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
@@ -110,13 +112,13 @@ TEST_F(FaultTest, APacketThatIsNotTakenFailsItsCallAlone) {
   EXPECT_TRUE(peer.WaitEndOfFile());
 }
 
-TEST_F(FaultTest, ATaskWithoutAThreadEndsTheProcess) {
+TEST_F(FaultTest, FailureToStartATaskThreadEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH((Serve(), FailNext(Call::kThread, EAGAIN), Run(1), Eventually([] { return false; })),
+  EXPECT_DEATH((Start(), FailNext(Call::kThread, EAGAIN), Run(1), Eventually([] { return false; })),
                "std::system_error(.|\n)*thread constructor failed");
 }
 
-TEST_F(FaultTest, AnUnknownSessionIsAnsweredUnderTheSessionLock) {
+TEST_F(FaultTest, AnswerForAnUnknownSessionIsSentWithTheSessionMutexHeld) {
   Init();
   Json::Value message = orvd::ParseObject(R"({"session_id":5})");
   pthread_mutex_t* const session_lock = FirstLockOf([&] { handle_exec_task(message, Answer); });
@@ -126,19 +128,19 @@ TEST_F(FaultTest, AnUnknownSessionIsAnsweredUnderTheSessionLock) {
   EXPECT_TRUE(is_held);
 }
 
-// A sanitizer has a heap of its own, whose calloc cannot be made to fail.
+// A sanitizer has its own heap, and its calloc cannot be made to fail.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(FaultTest, ATaskWithoutACallRecordIsRefused) {
-  Serve();
+TEST_F(FaultTest, TaskIsRefusedWhenItsCallRecordCannotBeAllocated) {
+  Start();
   FailNext(Call::kCallRecord, ENOMEM);
   Run(1);
-  ExpectServed(2);
+  ExpectAnswered(2);
   EXPECT_EQ(CountLogged("Out of memory"), 1U);
   EXPECT_EQ(CountLogged("Failed to handle execute task event"), 1U);
 }
 
-TEST_F(FaultTest, WhatIsLeftAllocatedOnPurposeIsLeft) {
-  Serve();
+TEST_F(FaultTest, RefusedTaskDoesNotFreeItsCallRecordAndMemberMaps) {
+  Start();
   Json::Value task =
       orvd::ParseObject(R"({"opcode":"10","subsys_id":1,"session_id":9,"func":{"num_of_args":1,)"
                         R"("args":[{"type":"struct","members":[{"type":"uint8","value":-1}]}]}})");

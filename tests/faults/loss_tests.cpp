@@ -1,4 +1,5 @@
-// Every step of a service's life, and every way in which the Manager can go meanwhile.
+// The connection is lost at every step of a service, in every way. A row of kRows is a step; Way is
+// how the connection is lost.
 
 #include <sys/socket.h>
 
@@ -15,21 +16,21 @@ namespace {
 
 using testing::Combine, testing::Range;
 
-// kGone: end of file, and nobody reads what the service sends. kStillReading: end of file, but the
-// Manager reads on. kReset: closed with packets unread. kRefused: end of file, and nobody listens
-// until the service has deinitialised.
+// kGone: end of file; the Manager reads no more messages. kStillReading: end of file, but the
+// Manager still reads. kReset: the Manager closes the connection with unread packets. kRefused: end
+// of file, and connections are refused until the service has deinitialised.
 enum Way { kGone, kStillReading, kReset, kRefused };
-// Two kinds of each, which take turns over the moments.
+// Two kinds of each way. Rows with an odd index use the second kind.
 constexpr const char* kKinds[] = {"Closed", "BackLater", "EmptyPacket", "HalfClosed",
                                   "Reset",  "Reset",     "Refused",     "Refused"};
 
-// What the call of the moment has returned. It runs on a thread of its own and may never return.
-constexpr int kNothing = -100;
-constexpr int kUnderWay = -101;
-std::atomic<int> result{kNothing};
+// The result of the row's call. The call runs on its own thread and may never return.
+constexpr int kNoCall = -100;
+constexpr int kNoResultYet = -101;
+std::atomic<int> result{kNoCall};
 
 std::atomic<bool> busy{false}, let_go{false};
-std::atomic<int> answers{0};  // to the task of the moment
+std::atomic<int> answers{0};  // to the row's task
 
 void Hold() {
   busy = true;
@@ -41,21 +42,21 @@ int RunTask(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) {
   return 0;
 }
 
-// What the service calls at the moment.
+// The calls of the service.
 constexpr auto kRegister = [] { return ServiceTest::Register(0x10, {1}); };
 constexpr auto kReady = [] { return kRegister() + ServiceTest::Ready(0x10, RunTask); };
-constexpr auto kAnswer = [] { return let_go = true, kNothing; };
+constexpr auto kAnswer = [] { return let_go = true, kNoCall; };
 constexpr auto kQuery = [] { return static_cast<int>(orvd_permission_query(9, {"p"}).size()); };
 constexpr auto kDeinit = [] { return orvd_svc_deinit(kServiceId); };
 
-// What the Manager has asked for, and what the service hears of the loss.
+// The messages of the Manager, and the events that the callback receives after the loss.
 const std::string kTask = orvd::TaskMessage(9, 0x10, 1, 1);
 const std::string kNotify = R"({"req_type":"permission_change"})";
-const std::string kTold = "terminated 0x00000010::0\n";
-const std::string kEnded = kTold + "end 0x00000010::1 session 8\nend 0x00000010::1 session 9\n";
-const std::string kLeaves = "left ";  // nothing: it deinitialises
+const std::string kLost = "terminated 0x00000010::0\n";
+const std::string kEnded = kLost + "end 0x00000010::1 session 8\nend 0x00000010::1 session 9\n";
+const std::string kDisconnects = "disconnected ";  // no event: the service deinitialises
 
-// kLostBefore: the Manager was lost and is back, and the service has deinitialised.
+// kLostBefore: the connection was lost and restored, and the service has deinitialised.
 enum Stage { kBegun, kLostBefore, kInitialised, kInSessions };
 
 struct Row {
@@ -63,11 +64,12 @@ struct Row {
   Stage stage;
   std::string request;
   int (*call)();
-  // The message that the Manager goes at; "": when the call's first packet is about to be sent.
-  std::string heard;
-  std::string told;
-  // What the call returns, or that it waits without limit; whether the task is answered. For each
-  // Way, or one for all.
+  // The connection is lost when the Manager receives this message; "": just before the call sends
+  // its first packet.
+  std::string lost_at;
+  std::string events;
+  // The result of the call, or "waits" when it does not return; whether the task is answered. One
+  // entry for each Way, or one for all.
   std::array<const char*, 4> outcome;
 };
 
@@ -76,13 +78,13 @@ const Row kRows[] = {
     {"InitSent", kBegun, "", orvd_svc_init, "INIT", "", {"waits"}},
     {"Initialised", kInitialised, "", nullptr, "", "", {""}},
     {"AuthSent", kInitialised, "", kRegister, "AUTH", "", {"waits"}},
-    {"ReadySent", kInitialised, "", kReady, "REDY", kTold, {"waits"}},
+    {"ReadySent", kInitialised, "", kReady, "REDY", kLost, {"waits"}},
     {"SessionsOpen", kInSessions, "", nullptr, "", kEnded, {""}},
     {"TaskRunning", kInSessions, kTask, nullptr, "", kEnded, {"answered", "answered", "", ""}},
     {"TaskAnswering", kInSessions, kTask, kAnswer, "", kEnded, {"", "answered", "", ""}},
     {"QueryWaiting", kInSessions, "", kQuery, "PERMISSION", kEnded, {"0"}},
     {"Notified", kInSessions, kNotify, nullptr, "", kEnded, {""}},
-    {"Deinitialising", kInSessions, "", kDeinit, "", kLeaves, {"0"}},
+    {"Deinitialising", kInSessions, "", kDeinit, "", kDisconnects, {"0"}},
     {"LostAgain", kLostBefore, "", orvd_svc_init, "", "", {"-1", "waits", "-1", "-1"}},
 };
 
@@ -98,7 +100,7 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
         [](const orvd_req_t& req) { req.type == ORVD_PERMISSION_CHANGE ? Hold() : void(); });
   }
 
-  void LoseAtTheMoment() {
+  void LoseAtTheStep() {
     if (row_.stage != kBegun) {
       Init();
     }
@@ -120,27 +122,27 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     if (row_.call == nullptr) {
       return Lose();
     }
-    if (row_.heard.empty()) {
+    if (row_.lost_at.empty()) {
       OnNextPacket([this](int fd) {
         Lose(fd);
         EXPECT_TRUE(Eventually([this] { return !Loss().empty(); }));
       });
     }
-    peer.SetRule(row_.heard, nullptr);
-    result = kUnderWay;
+    peer.SetRule(row_.lost_at, nullptr);
+    result = kNoResultYet;
     std::thread([call = row_.call] { result = call(); }).detach();
-    if (!row_.heard.empty()) {
-      ASSERT_TRUE(peer.NextOf(row_.heard));
+    if (!row_.lost_at.empty()) {
+      ASSERT_TRUE(peer.NextOf(row_.lost_at));
       Lose();
     }
   }
 
-  // `fd`: of a packet that is about to be sent, which no other can overtake.
+  // `fd` is the descriptor of a packet that is about to be sent. -1: no packet.
   void Lose(int fd = -1) {
     recorder.Clear();
     ClearLog();
     ASSERT_TRUE(peer.WaitConnected());
-    if (is_deaf_) {  // the socket stays at its path, as behind a killed Manager
+    if (does_not_listen_) {  // the socket file stays, as after a Manager was killed
       std::filesystem::rename(kSharedPath, "/dev/socket/aside");
       peer.StopListening();
       std::filesystem::rename("/dev/socket/aside", kSharedPath);
@@ -159,9 +161,9 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
 
   static std::string Outcome() {
     const int now = result;
-    const std::string of_call = now == kUnderWay ? "waits" : std::to_string(now);
+    const std::string of_call = now == kNoResultYet ? "waits" : std::to_string(now);
     const std::string of_task = answers == 1 ? "answered" : "answered twice";
-    return (now == kNothing ? "" : of_call) + (answers == 0 ? "" : of_task);
+    return (now == kNoCall ? "" : of_call) + (answers == 0 ? "" : of_task);
   }
 
   std::string Loss() const {
@@ -169,28 +171,29 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
     std::string loss;
     for (const auto& [line, word] : {std::pair{"Communication with manager failed (", "lost "},
                                      {"in_size = -1, error 104:", "reset "},
-                                     {"in_size = -1, error 9:", "left "},
+                                     {"in_size = -1, error 9:", "disconnected "},
                                      {"reconnected to manager, ", "connected "}}) {
       loss += log.find(line) != std::string::npos ? word : "";
     }
     return loss + recorder.events();
   }
 
-  // End of file is told, and the return of the Manager too. A reset ends the receive thread alone.
+  // The callback is called at the end of file and after the reconnection. A reset only ends the
+  // receive thread.
   std::string ExpectedLoss() const {
-    const std::string back = row_.told.empty() ? "" : "reconnected 0x00000010::0\n";
-    return row_.told == kLeaves ? kLeaves
-           : way_ == kReset     ? "reset "
-           : way_ == kRefused   ? "lost " + row_.told
-                                : "lost connected " + row_.told + back;
+    const std::string back = row_.events.empty() ? "" : "reconnected 0x00000010::0\n";
+    return row_.events == kDisconnects ? kDisconnects
+           : way_ == kReset            ? "reset "
+           : way_ == kRefused          ? "lost " + row_.events
+                                       : "lost connected " + row_.events + back;
   }
 
-  void Serve() {
+  void ServeASession() {
     peer.AgreeToEverything(kServiceId);
     Init();
-    // The first opcode may still wait for an answer, and the first session may have survived.
+    // A call for the first opcode may still wait, and the first session may still exist.
     const uint32_t opcode = row_.stage == kInSessions ? 0x10 : 0x20;
-    const uint32_t session = row_.told == kLeaves || way_ == kReset ? 10 : 9;
+    const uint32_t session = row_.events == kDisconnects || way_ == kReset ? 10 : 9;
     Offer(opcode, {1}, RunTask);
     OpenSession(session, opcode, 1);
     peer.Send(orvd::TaskMessage(session, opcode, 1, 2));
@@ -200,17 +203,17 @@ class LossTest : public ServiceTest, public testing::WithParamInterface<std::tup
   const Row& row_ = kRows[std::get<0>(GetParam())];
   const Way way_ = static_cast<Way>(std::get<1>(GetParam()));
   const bool is_second_kind_ = std::get<0>(GetParam()) % 2 == 1;
-  const bool is_deaf_ = way_ == kRefused || (way_ == kGone && is_second_kind_);  // for a while
+  const bool does_not_listen_ = way_ == kRefused || (way_ == kGone && is_second_kind_);
   const std::string outcome_ = row_.outcome[row_.outcome[way_] != nullptr ? way_ : 0];
   const bool waits_ = outcome_ == "waits";
   const bool initialises_ = row_.call == orvd_svc_init;
   const long threads_ = Threads();
 };
 
-TEST_P(LossTest, IsToldAndTheServiceServesAgain) {
-  LoseAtTheMoment();
+TEST_P(LossTest, IsReportedAndTheServiceWorksAgain) {
+  LoseAtTheStep();
   EXPECT_TRUE(
-      !is_deaf_ || row_.told == kLeaves ||
+      !does_not_listen_ || row_.events == kDisconnects ||
       WaitLogged("Failed to connect to ORVEX Manager (connection failed Connection refused)"));
   if (way_ == kGone) {
     peer.Listen();
@@ -221,16 +224,16 @@ TEST_P(LossTest, IsToldAndTheServiceServesAgain) {
   if (initialises_ && waits_) {
     return;
   }
-  EXPECT_EQ(kDeinit(), initialises_ || row_.told == kLeaves ? -3 : 0);
+  EXPECT_EQ(kDeinit(), initialises_ || row_.events == kDisconnects ? -3 : 0);
   EXPECT_TRUE(initialises_ || WaitForThreads(threads_ + (waits_ ? 1 : 0)));
   EXPECT_EQ(Loss(), ExpectedLoss());
   peer.Listen();
-  if (initialises_ && way_ == kReset) {  // the dead connection is used once more
+  if (initialises_ && way_ == kReset) {  // this call still uses the lost connection
     EXPECT_EQ(orvd_svc_init(), -1);
     EXPECT_TRUE(WaitForThreads(threads_));
   }
-  Serve();
-  EXPECT_EQ(Outcome(), outcome_);  // nothing has come late
+  ServeASession();
+  EXPECT_EQ(Outcome(), outcome_);  // unchanged
 }
 
 std::string NameOf(const testing::TestParamInfo<std::tuple<size_t, int>>& info) {

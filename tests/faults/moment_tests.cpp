@@ -1,5 +1,6 @@
-// One thread is held at some moment while another thread of the service acts. Afterwards a session
-// of the same id must start, become ready, run one task and end, and nothing else may be left.
+// One thread is stopped at some moment while another thread of the service acts. Afterwards a
+// session with the same id must start, become ready, run one task and end. No other session, pair
+// or event may remain.
 
 #include <android/log.h>
 #include <dlfcn.h>
@@ -18,8 +19,8 @@ namespace {
 constexpr uint32_t kOpcode = 0x10;
 constexpr uint32_t kSession = 9;
 
-// Holds the first thread that comes to a place, which is a part of a log line or a name, or that
-// thread's n-th lock of a mutex behind the place.
+// Stops the first thread that logs a line with a given part (the place). With `locks` > 0, stops it
+// when the library locks that many mutexes after the place.
 class Gate {
  public:
   void Await(const std::string& place, int locks) {
@@ -51,9 +52,9 @@ class Gate {
       Eventually([this] { return state_ == State::kOpen; });
     }
   }
-  // Whether this thread is on its way.
+  // Whether this thread has passed the place and is not stopped yet.
   static bool IsCounting() { return counter.locks_left >= 0; }
-  // Whether a thread is held. It is not when the place has fewer locks behind it.
+  // Waits for the outcome. Returns false when the thread locks fewer mutexes after the place.
   bool IsReached() const {
     EXPECT_TRUE(Eventually([this] { return state_ != State::kAwaiting; }));
     return state_ == State::kHolding;
@@ -88,7 +89,7 @@ Gate::Counter::~Counter() {
   }
 }
 
-// The log shows what is told and begun, and its hook holds the thread there.
+// Adds a line to the log. The log's hook can stop the thread there.
 void Note(const std::string& event) {
   __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", event.c_str());
 }
@@ -104,7 +105,7 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
   return 0;
 }
 
-// Each initialisation has an id of its own, from 0 up, so that a call that comes late is refused.
+// Each initialisation gets a new id, from 0 on. So a late call with an old id is refused.
 std::atomic<int> next_id{-1};
 
 int RegisterAs(int id, uint32_t opcode) {
@@ -116,30 +117,30 @@ int ReadyAs(int id, uint32_t opcode) {
   return _orvd_svc_ready(static_cast<uint32_t>(id), opcode, OnEvent, nullptr, RunTask);
 }
 
-// Long enough for a call that has nothing to wait for.
+// Waits up to 0.1 seconds, which is enough for a call that does not block.
 void WaitAWhile(const std::function<bool()>& condition) {
   for (int i = 0; i < 100 && !condition(); ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
 
-// A call on a thread of its own, for it may never return.
-using Over = std::shared_ptr<std::atomic<bool>>;
-Over Begin(std::function<void()> call) {
-  auto over = std::make_shared<std::atomic<bool>>(false);
-  std::thread([call = std::move(call), over] {
+// Runs a call on its own thread, because it may never return.
+using Finished = std::shared_ptr<std::atomic<bool>>;
+Finished Begin(std::function<void()> call) {
+  auto finished = std::make_shared<std::atomic<bool>>(false);
+  std::thread([call = std::move(call), finished] {
     call();
-    *over = true;
+    *finished = true;
   }).detach();
-  WaitAWhile([&] { return over->load(); });
-  return over;
+  WaitAWhile([&] { return finished->load(); });
+  return finished;
 }
 
 bool HasReconnected() {
   return LogText().find("reconnected to manager") != std::string::npos;
 }
 
-// Pairs 1 to 4 are started, 1 is ready.
+// The pairs 1 to 4 are started, and pair 1 is ready.
 const std::string kEnd = R"({"req_type":"end_session","session_id":9,"opcodes":[]})";
 const std::string kStart = orvd::SessionMessage("start_session", kSession, kOpcode, {5});
 const std::string kReady = orvd::SessionMessage("ready_session", kSession, kOpcode, {2, 3, 4});
@@ -148,7 +149,7 @@ const std::string kNotification = R"({"req_type":"permission_change"})";
 
 struct Moment {
   const char* name;
-  std::string trigger;  // what the Manager sends or does, or the service calls
+  std::string trigger;  // a message or act of the Manager, or a call of the service
   const char* place;
   int first_lock = 0;
 };
@@ -172,16 +173,16 @@ const Moment kMoments[] = {
 };
 const std::string kActions[] = {"Deinit", "InitAgain", "Ready", "Register", "Loss"};
 
-class HeldServiceTest : public ServiceTest {
+class StoppedThreadTest : public ServiceTest {
  public:
-  HeldServiceTest() {
+  StoppedThreadTest() {
     SetDebugLevel(4);
     SetLogHook([](const std::string& line) { gate.Pass(line); });
     peer.SetRule("INIT", [](const std::string& /*request*/) {
       return R"({"req_type":"INIT","service_id":)" + std::to_string(++next_id) + "}";
     });
   }
-  ~HeldServiceTest() override {
+  ~StoppedThreadTest() override {
     SetLogHook(nullptr);
     Deinit();
   }
@@ -195,7 +196,8 @@ class HeldServiceTest : public ServiceTest {
     ASSERT_EQ(RegisterAs(id_, kOpcode) + ReadyAs(id_, kOpcode), 0);
     peer.SkipAll();
   }
-  // A session whose connection was not lost survives; the Manager ends it first.
+  // `survives`: the old session still exists, because its connection was not lost. The Manager ends
+  // it first.
   void Open(bool survives) {
     if (survives) {
       peer.Send(kEnd);
@@ -211,13 +213,15 @@ class HeldServiceTest : public ServiceTest {
   std::atomic<int> id_{-1};
 };
 
-class MomentTest : public HeldServiceTest,
+class MomentTest : public StoppedThreadTest,
                    public testing::WithParamInterface<std::tuple<Moment, std::string>> {
  protected:
   void Do(const std::string& what, int id, uint32_t opcode);
   bool TryAt(int locks);
 
-  uint32_t opcode_ = 0x1000;  // of the calls under way; a pending one keeps its opcode
+  // For the calls of one attempt. The next attempt has other opcodes, because a call may still
+  // wait.
+  uint32_t opcode_ = 0x1000;
 };
 
 void MomentTest::Do(const std::string& what, int id, uint32_t opcode) {
@@ -233,8 +237,8 @@ void MomentTest::Do(const std::string& what, int id, uint32_t opcode) {
   }
 }
 
-// The next message of this kind; not the answer of the task that the trigger began.
-std::string HeldServiceTest::Next(const std::string& kind, orvd::Milliseconds limit) {
+// Returns the next message of this kind. Skips the answer to the trigger's task.
+std::string StoppedThreadTest::Next(const std::string& kind, orvd::Milliseconds limit) {
   auto message = peer.NextOf(kind, limit);
   if (message && message->find(R"("transac_id":1,)") != std::string::npos) {
     message = peer.NextOf(kind, limit);
@@ -242,7 +246,7 @@ std::string HeldServiceTest::Next(const std::string& kind, orvd::Milliseconds li
   return message.value_or("none");
 }
 
-void HeldServiceTest::UseAndEnd() {
+void StoppedThreadTest::UseAndEnd() {
   peer.Send(orvd::TaskMessage(kSession, kOpcode, 1, 2));
   EXPECT_THAT(Next("exec_task"), testing::HasSubstr(R"("transac_id":2,)"));
   peer.Send(kNotification);
@@ -253,11 +257,11 @@ void HeldServiceTest::UseAndEnd() {
   for (const LogLine& line : Log()) {
     told += line.text.rfind("event ", 0) == 0 && line.text[6] > '1' ? line.text.substr(6) : "";
   }
-  // Four pairs start, one is ready, one notification for the one ready opcode, four end.
+  // Four pairs start, one becomes ready, the ready opcode gets one notification, four pairs end.
   EXPECT_EQ(told.substr(std::min(told.size(), told.rfind("2222"))), "2222643333");
 }
 
-// False when the moment has no such lock.
+// Returns false when the moment has no such lock.
 bool MomentTest::TryAt(int locks) {
   const auto& [moment, action] = GetParam();
   const auto begin = [this](const std::string& what, uint32_t opcode) {
@@ -269,10 +273,10 @@ bool MomentTest::TryAt(int locks) {
   Open(false);
   Settle();
   gate.Await(moment.place, locks);
-  const Over triggered = begin(moment.trigger, opcode_);
+  const Finished triggered = begin(moment.trigger, opcode_);
   const bool reached = gate.IsReached();
   peer.Listen();
-  Over acted;
+  Finished acted;
   if (reached) {
     acted = again ? Begin([&] { InitAndOffer(), Open(!lost); }) : begin(action, opcode_ + 1);
   }
@@ -293,13 +297,13 @@ bool MomentTest::TryAt(int locks) {
   return reached;
 }
 
-TEST_P(MomentTest, TheNextSessionServesAndNothingIsLeft) {
+TEST_P(MomentTest, NextSessionWorksAndNothingElseRemains) {
   const int first = std::get<0>(GetParam()).first_lock;
   int locks = first;
   while (TryAt(locks) && !HasFailure()) {
     ++locks;
   }
-  EXPECT_GT(locks, first) << "failed behind " << locks << " locks";
+  EXPECT_GT(locks, first) << "failed after " << locks << " locks";
 }
 
 INSTANTIATE_TEST_SUITE_P(, MomentTest,
@@ -308,9 +312,9 @@ INSTANTIATE_TEST_SUITE_P(, MomentTest,
                            return std::get<0>(row.param).name + std::get<1>(row.param);
                          });
 
-// The connection of a reconnection is lost before anybody reads it; the receive thread of the
-// initialisation that takes it over reconnects once more before the request is sent.
-TEST_F(HeldServiceTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
+// A connection is lost directly after a reconnection, and the next initialisation takes it over.
+// Its receive thread reconnects again before INIT is sent.
+TEST_F(StoppedThreadTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
   bool reached = true;
   for (int locks = 0; reached; ++locks) {
     SCOPED_TRACE(locks);
@@ -323,7 +327,7 @@ TEST_F(HeldServiceTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
     Deinit();
     ClearLog();
     gate.Await("ORVEX service init", locks);
-    const Over init = Begin([this] { id_ = orvd_svc_init(); });
+    const Finished init = Begin([this] { id_ = orvd_svc_init(); });
     reached = gate.IsReached();
     WaitAWhile(HasReconnected);
     gate.Open();
@@ -334,7 +338,7 @@ TEST_F(HeldServiceTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
   }
 }
 
-TEST_F(HeldServiceTest, TheDescriptorOfALostConnectionIsClosedBeforeTheServiceIsTold) {
+TEST_F(StoppedThreadTest, DescriptorOfALostConnectionIsClosedBeforeTheCallback) {
   InitAndOffer();
   peer.SetRule("AUTH", nullptr);
   Begin([this] { RegisterAs(id_, kOpcode); });  // waits without limit

@@ -1,5 +1,5 @@
-# Usage: exports_test.sh LIBRARY MAP NM. What is exported is what the map lists; six have C linkage. The library needs no
-# exception type of jsoncpp, which a jsoncpp built without exceptions lacks.
+# Compares the exported symbols with the map. Exactly six have C linkage. The library must not need an exception type of
+# jsoncpp, because a jsoncpp built without exceptions has none. usage: exports_test.sh LIBRARY MAP NM
 needed=$("$3" -DC --undefined-only "$1" | grep -o 'Json::.*')
 printf 'Needed of jsoncpp:\n%s\n' "$needed"
 case $needed in '' | *Json::Exception* | *Json::LogicError* | *Json::RuntimeError*) exit 1 ;; esac

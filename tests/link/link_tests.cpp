@@ -13,9 +13,9 @@ using testing::Contains, testing::FieldsAre, testing::HasSubstr, testing::Not;
 using namespace std::string_literals;  // NOLINT(google-build-using-namespace)
 
 constexpr int kRefused = -5;
-// Build type, service, plix, markers, name of the thread; what then arrives where. In this order:
-// other builds keep the flags of the row before. A refused service says goodbye (DINT) only as the
-// dedicated client.
+// Build type, service, plix, markers, thread name; then the socket and the messages that it
+// receives. The order matters: a build type other than eng and userdebug keeps the flags of the row
+// before. A service whose INIT was refused sends DINT only when gDedicatedChannel is set.
 constexpr const char* kPaths[][6] = {
     {"userdebugx", "vendor.radioWarden", "plix_foo", "1", "abcdefoo", "shared INIT EXIT"},
     {"userdebug", "vendor.radioWarden", "", "1", "x", "dedicated INIT mark DINT EXIT"},
@@ -69,16 +69,16 @@ Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 packag
 INSTANTIATE_TEST_SUITE_P(Link, WholeScript, testing::ValuesIn(kScripts));
 
 struct LinkTest : ServiceTest {
-  static std::string Heard(ManagerPeer& used) {
-    std::string heard = used.WaitEndOfFile() ? "" : "still connected";
+  static std::string Received(ManagerPeer& used) {
+    std::string kinds = used.WaitEndOfFile() ? "" : "still connected";
     while (const auto message = used.Next(orvd::Milliseconds(0))) {
-      heard += " " + orvd::KindOf(*message);
+      kinds += " " + orvd::KindOf(*message);
     }
-    return heard;
+    return kinds;
   }
 };
 
-TEST_F(LinkTest, PathFollowsBuildTypeThreadNameAndProperties) {
+TEST_F(LinkTest, PathDependsOnBuildTypeThreadNameAndProperties) {
   ManagerPeer dedicated(kDedicatedPath);
   dedicated.AnswerInit(kRefused);
   peer.AnswerInit(kRefused);
@@ -95,7 +95,7 @@ TEST_F(LinkTest, PathFollowsBuildTypeThreadNameAndProperties) {
     EXPECT_EQ(orvd_svc_deinit(static_cast<unsigned>(kRefused)), 0);
     disconnect_from_manager();
     const bool is_shared = row[5][0] == 's';
-    EXPECT_EQ((is_shared ? "shared" : "dedicated") + Heard(is_shared ? peer : dedicated), row[5])
+    EXPECT_EQ((is_shared ? "shared" : "dedicated") + Received(is_shared ? peer : dedicated), row[5])
         << testing::PrintToString(row);
   }
   EXPECT_THAT(Log(), Contains(FieldsAre(ANDROID_LOG_INFO, "ORVEX_marker : mark : ")).Times(12));
@@ -103,7 +103,7 @@ TEST_F(LinkTest, PathFollowsBuildTypeThreadNameAndProperties) {
   EXPECT_EQ(CountLogged("Message was not sent successfully ORVEX_marker"), 1U);
 }
 
-TEST_F(LinkTest, LeavesNothingBehindWhateverTheManagerDoes) {
+TEST_F(LinkTest, DeinitEndsConnectionAndThreadWhateverTheManagerDoes) {
   const auto hang_up = [this] { peer.HangUp(); };
   const auto flood = [this] {
     for (int i = 0; i < 20; ++i) {
@@ -128,17 +128,18 @@ TEST_F(LinkTest, LeavesNothingBehindWhateverTheManagerDoes) {
     peer.SetRule(kind, nullptr);
     ASSERT_EQ(peer.connections(), cycle);
   }
-  EXPECT_THAT(recorder.events(), Not(HasSubstr("ed 0x")));  // nobody was lost
+  EXPECT_THAT(recorder.events(), Not(HasSubstr("ed 0x")));  // no loss was reported
   EXPECT_TRUE(Eventually([&] { return CountEntries("/proc/self/fd") == descriptors; }));
 }
 
-int RunForEver(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) {
+int RunForever(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) {
   orvd_send_to_manager_raw("running");
   return pause();
 }
 
-// Ends the process while another thread waits, for one thing by the message that tells of it.
-TEST_F(LinkTest, ExitWaitsForNobody) {
+// Ends the process while another thread waits. The name of a row is the message that shows the
+// wait.
+TEST_F(LinkTest, ExitDoesNotWaitForOtherThreads) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const std::pair<const char*, std::function<void()>> rows[] = {
       {"INIT", orvd_svc_init},
@@ -150,7 +151,7 @@ TEST_F(LinkTest, ExitWaitsForNobody) {
   const auto exit_while_waiting = [this](const auto& row) {
     if (row.first != "INIT"s) {
       Init();
-      Offer(0x10, {1}, RunForEver);
+      Offer(0x10, {1}, RunForever);
       OpenSession(9, 0x10, 1);
     }
     peer.SetRule(row.first, nullptr);
@@ -173,7 +174,7 @@ TEST_F(LinkTest, SendsWholeMessagesAndLogsTheirBeginning) {
   EXPECT_EQ(CountLogged("client Sending message " + text.substr(1)), 1U);
 }
 
-TEST_F(LinkTest, FillsItsBufferAndGrowsItAtTheFirstSession) {
+TEST_F(LinkTest, ReceiveBufferGrowsAtTheFirstSession) {
   Init();
   const auto takes = [this](size_t size) {
     const std::string type(size - 15, 'x');
@@ -185,7 +186,7 @@ TEST_F(LinkTest, FillsItsBufferAndGrowsItAtTheFirstSession) {
   EXPECT_FALSE(takes(5121));
   peer.Send(orvd::SessionMessage("start_session", 9, 0xa001, {1}));
   EXPECT_TRUE(takes(100000));
-  if (peer.Send(std::string(524289, ' '))) {  // more than a system's socket buffers may take
+  if (peer.Send(std::string(524289, ' '))) {  // fails when the system's socket buffers are smaller
     EXPECT_TRUE(takes(524288));
     EXPECT_FALSE(takes(524289));
   }

@@ -1,4 +1,4 @@
-// The Manager goes away and comes back.
+// The connection to the Manager is lost.
 
 #include <array>
 #include <future>
@@ -11,7 +11,7 @@
 
 namespace {
 
-const std::string kNobodyThere =
+const std::string kNoListener =
     "Failed to connect to ORVEX Manager (connection failed No such file or directory)";
 constexpr const char* kTimeOut = "Failed to reconnect to manager due to time out";
 
@@ -28,12 +28,12 @@ class ReconnectionTest : public ServiceTest {
   const long threads_ = Threads();  // without a receive thread
 };
 
-TEST_F(ReconnectionTest, GivesUpInTimeAndTellsNobody) {
+TEST_F(ReconnectionTest, GivesUpAfterTheTimeOutWithoutAnEvent) {
   recorder.SetHook([](const orvd_req_t& /*on the receive thread*/) { FreezeClock(); });
   peer.StopListening();
   peer.HangUp();
   ASSERT_TRUE(WaitForThreads(threads_));
-  EXPECT_EQ(CountLogged(kNobodyThere), 402U);
+  EXPECT_EQ(CountLogged(kNoListener), 402U);
   EXPECT_EQ(CountLogged(kTimeOut), 1U);
   EXPECT_EQ(recorder.events(), "terminated 0x00000010::0\nend 0x00000020::1 session 9\n");
 
@@ -56,15 +56,15 @@ std::string NameOfThisThread() {
   return name.data();
 }
 
-// The path follows the thread's name, so the receive thread has none of its own.
-TEST_F(ReconnectionTest, EachAttemptChoosesThePathAnewAndACallbackMayInitialiseAgain) {
+// The path depends on the thread's name, so the receive thread must keep the name that it inherits.
+TEST_F(ReconnectionTest, EachAttemptChoosesThePathAndACallbackMayInitialiseAgain) {
   orvd::ManagerPeer dedicated(kDedicatedPath);
   dedicated.AgreeToEverything(kServiceId);
   std::promise<int> result;
   recorder.SetHook([&, name = NameOfThisThread()](const orvd_req_t& req) {
     if (req.type == ORVD_TERMINATED) {
       EXPECT_EQ(NameOfThisThread(), name);
-      // On the thread that will read them: the host's store has no lock.
+      // On the thread that reads them: the host's property store has no lock.
       SetTestProperty("vendor.orvex.one.service", "vendor.radioWarden");
       SetTestProperty("ro.build.type", "eng");
     } else if (req.type == ORVD_RECONNECTED) {
@@ -80,7 +80,7 @@ TEST_F(ReconnectionTest, EachAttemptChoosesThePathAnewAndACallbackMayInitialiseA
   EXPECT_EQ(dedicated.connections(), 2U);
 }
 
-TEST_F(ReconnectionTest, AReceiveThreadOfBeforeSaysNothingOnTheNewConnection) {
+TEST_F(ReconnectionTest, OutdatedReceiveThreadSendsNothingOnTheNewConnection) {
   recorder.SetHook([](const orvd_req_t& /*start*/) {
     std::thread([] {
       EXPECT_EQ(orvd_svc_deinit(kServiceId) + orvd_svc_init(), kServiceId);

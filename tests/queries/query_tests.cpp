@@ -1,4 +1,4 @@
-// Permission query, info query, info monitor: both halves, against the peer.
+// Permission query, info query and info monitor: the requests and the answers.
 
 #include <algorithm>
 #include <chrono>
@@ -15,7 +15,8 @@ using testing::ElementsAre, testing::IsEmpty;
 class QueryTest : public ServiceTest {
  protected:
   QueryTest() { SetDebugLevel(1); }
-  // Answers permission queries with these members beside those of the request.
+  // From now on the peer answers permission queries with the members of the request and these
+  // members.
   void Answer(const std::string& members) {
     peer.SetRule("PERMISSION", [end = "," + members + "}"](const std::string& request) {
       return Replace(request, "[}]", end.c_str());
@@ -46,7 +47,7 @@ size of result array: 0|Exit orvd_info_monitor|= |waiting for response in orvd_p
 };
 INSTANTIATE_TEST_SUITE_P(Query, WholeScript, testing::ValuesIn(kScripts));
 
-TEST_F(QueryTest, FailureAndRefusalHaveTheirOwnResults) {
+TEST_F(QueryTest, FailedAndRefusedQueriesHaveDifferentResults) {
   EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false, false));
   EXPECT_THAT(orvd_permission_query(1, {}), ElementsAre(false));
   EXPECT_THAT(orvd_info_query(1, {"a", "b"}), ElementsAre("", ""));
@@ -60,7 +61,7 @@ TEST_F(QueryTest, FailureAndRefusalHaveTheirOwnResults) {
   }
 }
 
-TEST_F(QueryTest, WhatCannotBeConvertedEndsTheProcess) {
+TEST_F(QueryTest, ValuesThatCannotBeConvertedEndTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (const auto& [answer, exception] :
        {std::pair{R"(PERMISSION","QueryId":1,"PermRes":["x"]})", "std::invalid_argument"},
@@ -74,7 +75,7 @@ TEST_F(QueryTest, WhatCannotBeConvertedEndsTheProcess) {
   }
 }
 
-TEST_F(QueryTest, WhatIsNoAnswerIsDiscardedAndTheQueryEndsAfterThreeSeconds) {
+TEST_F(QueryTest, AnswersWithoutItsIdAreDiscardedAndTheQueryEndsAfterThreeSeconds) {
   Init();
   const auto send_both = [this](const std::string& id) {
     peer.Send(R"({"req_type":"PERMISSION","PermRes":["1"],"QueryId":)" + id + "}");
@@ -97,14 +98,14 @@ TEST_F(QueryTest, WhatIsNoAnswerIsDiscardedAndTheQueryEndsAfterThreeSeconds) {
   }).join();
   EXPECT_EQ(CountLogged("Discard PERMISSION result due to invalid query_id id"), 24U);
   EXPECT_EQ(CountLogged("Discard INFO_MNTR result due to invalid query_id id"), 24U);
-  send_both("1");  // too late: nobody is there
+  send_both("1");  // too late: no query waits
   send_both("2");
   Settle();
   EXPECT_EQ(CountLogged("size of permResp array: 1"), 0U);
 }
 
-// The answers are held back until all have asked, and come in the reverse order.
-TEST_F(QueryTest, ManyAtOnceGetEachItsOwnAnswerInWhateverOrder) {
+// The peer answers when all queries have arrived, in reverse order.
+TEST_F(QueryTest, ConcurrentQueriesGetTheirOwnAnswersInAnyOrder) {
   Init();
   std::vector<std::string> answers;
   peer.SetRule("INFO_QUERY", [&](const std::string& request) {
@@ -125,11 +126,11 @@ TEST_F(QueryTest, ManyAtOnceGetEachItsOwnAnswerInWhateverOrder) {
       EXPECT_THAT(orvd_info_query(1, {item}), ElementsAre(item));
     }));
   }
-  callers.clear();     // joins them
-  peer.StopReading();  // returns when the rule has
+  callers.clear();     // joins the threads
+  peer.StopReading();  // waits for the end of the rule
 }
 
-TEST_F(QueryTest, FromACallbackItEndsByItsTimeOutAndTheReceiveThreadGoesOn) {
+TEST_F(QueryTest, QueryInACallbackTimesOutAndTheReceiveThreadContinues) {
   Init();
   Answer(R"("PermRes":["1"])");
   Offer(0xa001, {1});

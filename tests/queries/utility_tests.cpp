@@ -3,12 +3,12 @@
 
 namespace {
 
-const std::string kNoNumber = "-1 99 Invalid input, no conversion\n";  // 99: untouched
+const std::string kNoNumber = "-1 99 Invalid input, no conversion\n";  // 99: unchanged
 const std::string kTooLarge = "-1 99 Invalid input, out of range input\n";
 
 using testing::ElementsAre;
 
-// Result, value and log of each text.
+// For each text: result, value and log.
 template <typename Number>
 std::vector<std::string> Converted(int (*convert)(std::string, Number*),
                                    std::initializer_list<const char*> texts) {
@@ -34,7 +34,7 @@ TEST(Conversions, NumbersWithTheirRanges) {
       ElementsAre("0 0 ", kNoNumber, "0 18446744073709551615 ", kTooLarge));
 }
 
-TEST(Conversions, BooleansAreExactWords) {
+TEST(Conversions, BooleansAreExactlyTrueOrFalse) {
   EXPECT_THAT(Converted(orvex_string_to_bool, {"false", "True", "1", " true", "", "falsey"}),
               ElementsAre("0 0 ", "-1 1 ", "-1 1 ", "-1 1 ", "-1 1 ", "-1 1 "));
   bool value = false;

@@ -9,8 +9,8 @@ class RegistrationTest : public ServiceTest {
   static int Register(uint32_t opcode, const std::string& blob, const char* token = "t") {
     return _orvd_svc_register_auth(kServiceId, opcode, blob.c_str(), token);
   }
-  static int Ready(uint32_t opcode, Recorder& told) {
-    return _orvd_svc_ready(kServiceId, opcode, Recorder::Callback, &told, nullptr);
+  static int Ready(uint32_t opcode, Recorder& recorder) {
+    return _orvd_svc_ready(kServiceId, opcode, Recorder::Callback, &recorder, nullptr);
   }
 };
 
@@ -39,7 +39,7 @@ json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
 };
 INSTANTIATE_TEST_SUITE_P(Registration, WholeScript, testing::ValuesIn(kScripts));
 
-TEST_F(RegistrationTest, RefusesACallerAndSendsNothing) {
+TEST_F(RegistrationTest, RefusedCallsSendNothing) {
   EXPECT_EQ(Register(0x1000, orvd::Definition(0x1000, {})), -3);
   Init();
   EXPECT_EQ(_orvd_svc_register_auth(8, 0x1000, orvd::Definition(0x1000, {}).c_str(), "t"), -2);
@@ -48,7 +48,7 @@ TEST_F(RegistrationTest, RefusesACallerAndSendsNothing) {
   EXPECT_EQ(peer.Next(orvd::Milliseconds(0)), std::nullopt);
 }
 
-TEST_F(RegistrationTest, SendsTheDefinitionAsItStands) {
+TEST_F(RegistrationTest, SendsTheDefinitionUnchanged) {
   Init();
   for (const auto& [head, opcode, json] :
        {std::tuple{"\x01ORVEX\x01\x02", 4096U, R"({ "Orvex" : {"opcode":"0x1000"}, "more":[1] })"},
@@ -69,9 +69,9 @@ TEST_F(RegistrationTest, SendsTheDefinitionAsItStands) {
               is_service_supported(5, 0) && !is_service_supported(0, 0));
 }
 
-TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
+TEST_F(RegistrationTest, HandlesTheAnswersOfTheManager) {
   Recorder second;
-  Recorder* told = &recorder;
+  Recorder* expected = &recorder;
   Init();
   for (const auto& [members, result] : {std::pair{R"("opcode":"04294967295x","result":0)", 0},
                                         {R"("opcode":"4294967295","result":null)", 0},
@@ -89,8 +89,8 @@ TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
       });
     }
     EXPECT_EQ(Register(4294967295U, orvd::Definition(4294967295U, {})), result);
-    EXPECT_EQ(Ready(4294967295U, *told), result);
-    told = &second;  // a ready opcode keeps its callbacks
+    EXPECT_EQ(Ready(4294967295U, *expected), result);
+    expected = &second;  // a ready opcode keeps its callbacks
     EXPECT_EQ(peer.NextOf("REDY"), R"({"req_type":"REDY","Service_Id":7 ,"Opcode":4294967295})");
     recorder.Clear();
     peer.Send(R"({"req_type":"permission_change"})");
@@ -102,7 +102,7 @@ TEST_F(RegistrationTest, UnderstandsTheAnswersOfTheManager) {
   EXPECT_EQ(CountLogged("Failed to make service ready at manager; aborting"), 2U);
 }
 
-TEST_F(RegistrationTest, AdoptsTheRecordThatAFailedSendLeftBehind) {
+TEST_F(RegistrationTest, RegistersAgainAfterAFailedSend) {
   Init();
   EXPECT_EQ(Register(0x10, orvd::Definition(0x10, {1}), std::string(8 << 20, 't').c_str()), -1);
   peer.Send(R"({"req_type":"AUTH","opcode":"16","result":-1})");
@@ -110,7 +110,7 @@ TEST_F(RegistrationTest, AdoptsTheRecordThatAFailedSendLeftBehind) {
   EXPECT_EQ(Register(0x10, orvd::Definition(0x10, {1})), 0);
 }
 
-TEST_F(RegistrationTest, LosesNoAnswerInAStormOfRequests) {
+TEST_F(RegistrationTest, LosesNoAnswerOfConcurrentRequests) {
   SetDebugLevel(0);
   Init();
   std::vector<std::future<void>> callers;

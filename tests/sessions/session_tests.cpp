@@ -7,7 +7,7 @@
 #include "support/script_test.h"
 
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:NewCallRecord\n";  // a refused task leaves its call record, and nothing else
+  return "leak:NewCallRecord\n";  // a refused task never frees its call record (Deliberate:)
 }
 
 namespace {
@@ -19,7 +19,7 @@ const Script kScripts[] = {
 Trying to start s~a001::3|s> start 0x0000a001::3 session 5|S~a001::3 success|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 failed
 Trying to start s~a001::2|s> start 0x0000a001::2 session 5|S~a001::2 success|Trying to start s~a001::9|Service does not support requested 0x0000a001::9
 < start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":3},{"id":2}]},{"id":"0x0000b002","subsystems":[{"id":3}]}]}|Start session 5 with 3 service (2 failed; 1 duplicate)|= 0)"},
-    {4, "StartThrice", "end", "",
+    {4, "RepeatedStart", "end", "",
      R"(=start 5 "0XA001":1,"x";=start 5 "a001":1;start 5 "0xa001":1;ready 5 "a001":1)",
      R"(session_id received is 5|Trying to create new session 5|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 success|= throws|session_id received is 5|Trying to start s~a001::1
 S~a001::1 never received ready_session. Resetting|< start 5 "Failed"}|Start session 5 with 0 service (1 failed; 0 duplicate)|= -1|session_id received is 5|Trying to start s~a001::1
@@ -45,7 +45,7 @@ Trying to end s~a001::1|S~a001::1 is not active; ignoring|Trying to end s~a001::
 S~a001::2 terminate success|Trying to end s~b002::3|in inform_session_state|s> end 0x0000b002::3 session 5|S~b002::3 terminate failed|< end 5 "Success"}
 Ended session 5 with 1 service (2 failed)|= 0|in inform_session_state|s> end 0x0000b002::3 session 5|in inform_session_state|s> end 0x0000b002::4 session 5|Session 5 completely ended|< end 5 "Success"}|Ended session 5 with 1 service (1 failed)
 Session 5 is not active; ignoring|< end 5 "Failed"}|Ended session 5 with 0 service (0 failed)|= -1)"},
-    {1, "TaskInVain", "", R"(start 5 "a001":1,2;ready 5 "a001":2)",
+    {1, "RefusedTasks", "", R"(start 5 "a001":1,2;ready 5 "a001":2)",
      R"({"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":4294967295};
 {"req_type":"exec_task","opcode":"a001","subsys_id":4294967295,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":5};
 {"req_type":"exec_task","opcode":"40961","subsys_id":2,"session_id":5};{"req_type":"exec_task","subsys_id":2,"session_id":5};
@@ -109,7 +109,7 @@ struct TaskTest : ScriptTest {
   }
 };
 
-TEST_F(TaskTest, AnswersShowTheCallRecordAndTheLogTheLatency) {
+TEST_F(TaskTest, AnswersContainTheCallRecordAndTheLogTheLatency) {
   SetTestProperty("vendor.orvex.mgr.latency_measure", "true");
   const auto now = std::chrono::steady_clock::now().time_since_epoch() / orvd::Milliseconds(1);
   const std::tuple<int, int64_t, std::string, std::string> rows[] = {
@@ -133,7 +133,7 @@ TEST_F(TaskTest, AnswersShowTheCallRecordAndTheLogTheLatency) {
   EXPECT_EQ(Next(), R"({"req_type":"mine", "Result":"-1"})");
 }
 
-TEST_F(TaskTest, HundredsAtOnceOutliveTheirSessionAndAreAnsweredOnce) {
+TEST_F(TaskTest, ConcurrentTasksAreAnsweredOnceAfterTheirSessionHasEnded) {
   BeginTasks();
   held = 1;
   std::multiset<std::string> expected, answers;

@@ -1,4 +1,4 @@
-"""What orvd-sim makes of scenarios, services and arguments. usage: orvd_sim_test.py [EMULATOR...] ORVD_SIM"""
+"""Runs orvd-sim with scenarios, services and arguments. usage: orvd_sim_test.py [EMULATOR...] ORVD_SIM"""
 import socket
 import sys
 import tempfile
@@ -8,12 +8,13 @@ from contextlib import suppress
 from pathlib import Path
 from subprocess import PIPE, STDOUT, Popen
 
-READ = "read"  # the service takes a message; CAME in what it sends afterwards is that message
+READ = "read"  # the service receives a message; CAME in its later messages is replaced by that message
 M = '{"req_type":"M","big":18446744073709551615,"text":"1","list":[1,{"a":2}],"none":null}'
 ANSWER = '{"req_type":"exec_task","transac_id":1,"status":0}'
 TASK = 'expect M\ntask {"transac_id":1}\n'
 RESULT = TASK + 'result {"transac_id":1,"status":0}\n'
-ROWS = [  # scenario, what the service does before it closes (None: arguments instead), exit code, part of the output
+# Scenario, acts of the service before it closes (None: the first text is arguments), exit code, part of the output.
+ROWS = [
     ('expect M {"big":18446744073709551615,"list":[1.0,{}],"none":null}', [M], 0, "service connected\x1b[0m"),
     *(("expect M " + wrong, [M], 1, f"FAILED line 1: expected {wrong}, came {M}") for wrong in (
         '{"big":18446744073709551614}', '{"text":1}', '{"list":[1]}', '{"list":[1.5,{}]}', '{"list":[1,{"a":3}]}',
@@ -54,7 +55,7 @@ ROWS = [  # scenario, what the service does before it closes (None: arguments in
 
 def serve(path, acts, manager):
     came = ""
-    with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as connection, suppress(OSError):  # it may have gone
+    with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as connection, suppress(OSError):  # orvd-sim may have ended
         while connection.connect_ex(path) != 0 and manager.poll() is None:
             time.sleep(0.01)
         for act in acts:

@@ -1,5 +1,5 @@
-// gtest starts a death test's process by executing this program again. The kernel takes no program
-// of another processor's: the emulator has to run that one too.
+// gtest starts the process of a death test by executing this program again. The kernel cannot
+// execute a program of another processor, so the emulator must run that process too.
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#ifndef ORVEX_EMULATOR  // its words; the native build reads this file only to look for mistakes
+#ifndef ORVEX_EMULATOR  // the emulator's command; clang-tidy reads this file without it
 #define ORVEX_EMULATOR "qemu-aarch64"
 #endif
 

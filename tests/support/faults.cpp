@@ -21,8 +21,8 @@ Fault faults[5];
 void Ignore(int /*fd*/) {}
 std::function<void(int)> send_hook = Ignore;
 
-// The error to fail with, also in errno; 0 to go on.
-int Take(Call call) {
+// Returns the error of the planned fault and sets errno. Returns 0 when the call must not fail.
+int TakeFault(Call call) {
   const std::lock_guard<std::mutex> lock(mutex);
   Fault& fault = faults[static_cast<size_t>(call)];
   if (fault.times == 0) {
@@ -53,34 +53,34 @@ extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
   static auto* const next = reinterpret_cast<decltype(&socket)>(dlsym(RTLD_NEXT, "socket"));
-  return Take(Call::kSocket) != 0 ? -1 : next(domain, type, protocol);
+  return TakeFault(Call::kSocket) != 0 ? -1 : next(domain, type, protocol);
 }
 
 ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
   static auto* const next = reinterpret_cast<decltype(&sendto)>(dlsym(RTLD_NEXT, "sendto"));
   TakeSendHook()(fd);
-  return Take(Call::kSendto) != 0 ? -1 : next(fd, data, size, flags, address, length);
+  return TakeFault(Call::kSendto) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 ssize_t recvfrom(int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length) {
   static auto* const next = reinterpret_cast<decltype(&recvfrom)>(dlsym(RTLD_NEXT, "recvfrom"));
-  return Take(Call::kRecvfrom) != 0 ? -1 : next(fd, data, size, flags, address, length);
+  return TakeFault(Call::kRecvfrom) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                    void* argument) noexcept {
   static auto* const next =
       reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-  const int error = Take(Call::kThread);
+  const int error = TakeFault(Call::kThread);
   return error != 0 ? error : next(thread, attributes, run, argument);
 }
 
-// A sanitizer allocates by its own calloc before anything can be looked up.
+// A sanitizer calls its own calloc before dlsym can be used.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 void* __libc_calloc(size_t count, size_t size);
 void* calloc(size_t count, size_t size) noexcept {
-  const bool fails = size == sizeof(_orvex_call_info_t) && Take(Call::kCallRecord) != 0;
+  const bool fails = size == sizeof(_orvex_call_info_t) && TakeFault(Call::kCallRecord) != 0;
   return fails ? nullptr : __libc_calloc(count, size);
 }
 #endif

@@ -1,5 +1,5 @@
-// Calls of the library that fail at its boundary with the system: the test executable's own socket,
-// sendto, ... stand before the C library's. Of these the peer uses socket() alone, to listen.
+// Makes calls of the library into the C library fail: the test executable defines socket, sendto
+// and so on, which replace the C library's. The peer uses only socket() of them, to listen.
 
 #pragma once
 
@@ -10,5 +10,5 @@ enum class Call { kSocket, kSendto, kRecvfrom, kThread, kCallRecord };
 // The next `times` calls fail with `error`.
 void FailNext(Call call, int error, int times = 1);
 
-// Called once, before the next packet is sent, on the sending thread.
+// Calls `hook` once, before the next packet is sent, on the sending thread.
 void OnNextPacket(std::function<void(int fd)> hook);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int64_t kSecond = 1000000000;
 
-thread_local int64_t frozen_ns = 0;  // 0: the clock is going
+thread_local int64_t frozen_ns = 0;  // 0: the clock is not frozen
 thread_local InPause run_in_pause;
 
 template <typename Function>

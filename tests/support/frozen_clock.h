@@ -1,16 +1,16 @@
-// A clock that stands still, on the threads that ask for one. The test executable's own usleep,
-// clock_gettime and pthread_cond_clockwait stand before the C library's.
+// Stops the clock for single threads. The test executable defines usleep, clock_gettime and
+// pthread_cond_clockwait, which replace the C library's.
 
 #pragma once
 
 #include <chrono>
 #include <functional>
 
-// Called in each pause and timed wait, with its length; returns whether the time is up. Otherwise a
-// timed wait ends as if by a spurious wake-up.
+// Called in each pause and timed wait with its length. When it returns true, the wait ends by its
+// time-out. When it returns false, a timed wait ends as if by a spurious wake-up.
 using InPause = std::function<bool(std::chrono::nanoseconds)>;
 
-// On the calling thread, until it ends: only its own pauses and time-outs move the clock, so that
-// they are exact, and none of them is waited for. `in_pause` runs with no lock held and the clock
-// going.
+// Stops the clock for the calling thread until the thread ends. Its pauses and timed waits return
+// without waiting and advance the clock by exactly their length. `in_pause` is called with the
+// normal clock, and the mutex of a timed wait is unlocked meanwhile.
 void FreezeClock(InPause in_pause = [](auto /*length*/) { return true; });

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-// Where to note which mutex this thread locks next.
+// Receives the mutex that this thread locks next.
 static thread_local pthread_mutex_t** note_next_lock = nullptr;
 
 pthread_mutex_t* FirstLockOf(const std::function<void()>& call) {

@@ -1,5 +1,5 @@
-// Which locks of the library are held. The test executable's own pthread_mutex_lock stands before
-// the C library's.
+// Shows which mutexes of the library are locked. The test executable defines pthread_mutex_lock,
+// which replaces the C library's.
 
 #pragma once
 
@@ -7,6 +7,6 @@
 
 #include <functional>
 
-// The mutex that `call` locks first.
+// Returns the mutex that `call` locks first.
 pthread_mutex_t* FirstLockOf(const std::function<void()>& call);
 bool IsHeld(pthread_mutex_t* mutex);

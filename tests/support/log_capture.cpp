@@ -14,7 +14,7 @@
 
 namespace {
 
-// Never destroyed: task and receive threads log until the process is gone.
+// Never destroyed, because task and receive threads log until the process has ended.
 std::mutex mutex;
 std::vector<LogLine>& lines = *new std::vector<LogLine>;
 std::function<void(const std::string&)>& log_hook = *new std::function<void(const std::string&)>;

@@ -1,4 +1,4 @@
-// Sees every line that the library logs: the test executable defines __android_log_print itself.
+// Records every log line of the library: the test executable defines __android_log_print.
 
 #pragma once
 
@@ -14,12 +14,13 @@ struct LogLine {
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
 
-// All lines since the last ClearLog.
+// Returns all lines since the last ClearLog.
 std::vector<LogLine> Log();
-// Their texts, one a line.
+// Returns the texts of these lines, each followed by a line end.
 std::string LogText();
 void ClearLog();
-// Called with each line before it is recorded, on the thread that logs it. Empty again: no more.
+// Sets a function that is called with each line before it is recorded, on the thread that logs it.
+// An empty function removes the hook.
 void SetLogHook(std::function<void(const std::string& text)> hook);
 size_t CountLogged(const std::string& text);
 // Waits until exactly this line has been logged.

@@ -1,5 +1,5 @@
-// Scripts of what the Manager sends and the service calls, and all that is then sent, told and
-// logged, as one text.
+// A script lists messages of the Manager and calls of the service. The test compares one text with
+// the expected text: all log lines, sent messages and events of the callback.
 
 #pragma once
 
@@ -21,10 +21,11 @@
 #include "support/held_locks.h"
 #include "support/service_fixture.h"
 
-// The callback returns 1 for events whose line begins with `refused`. Lines are separated by '|'.
+// The callback returns 1 for events whose line begins with `refused`. `before` runs before `script`
+// and is not compared. Lines of `expected` are separated by '|' or a line end.
 struct Script {
   int level;
-  std::string name, refused, before, script, heard;
+  std::string name, refused, before, script, expected;
   friend std::ostream& operator<<(std::ostream& out, const Script& row) { return out << row.name; }
 };
 
@@ -37,15 +38,16 @@ inline int Abort(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) 
 }
 
 struct ScriptTest : ServiceTest {
-  // Offers 0xa001 and 0xb002. Events and pauses of the receive thread are noted among the log's
-  // lines, events behind the locks that are held: s for sessions, t for the ready table.
+  // Offers 0xa001 and 0xb002. Events and pauses of the receive thread are recorded between the log
+  // lines. Before an event are the locks that are held: s for the session mutex, t for the
+  // ready-table mutex.
   void Begin(int level, orvd_task_function_t task = Abort) {
     SetDebugLevel(level);
     Init();
     Offer(0xa001, {1, 2, 3}, task);
     Offer(0xb002, {3, 4});
     recorder.SetHook([this](const orvd_req_t&) {
-      is_service_supported(1, 1);  // whose lock no callback runs under
+      is_service_supported(1, 1);  // blocks forever when its lock is held
       const std::string session = IsHeld(session_lock) ? "s" : "";
       const std::string locks = session + (IsHeld(table_lock) ? "t" : "");
       const std::string event = recorder.events();
@@ -53,7 +55,7 @@ struct ScriptTest : ServiceTest {
       if (std::this_thread::get_id() != test_thread) {
         FreezeClock([this](auto length) { return Pause(length / std::chrono::microseconds(1)); });
       }
-      Note(locks + "> " + event);  // last: the test may end once it is there
+      Note(locks + "> " + event);  // last: the test may end after this line
     });
     orvd_send_to_manager_raw("begun");
     peer.NextOf("begun");
@@ -65,7 +67,7 @@ struct ScriptTest : ServiceTest {
     __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", line.c_str());
   }
 
-  // A lost Manager is back at the second attempt to reconnect that fails.
+  // The Manager listens again after the second failed attempt to reconnect.
   bool Pause(int64_t microseconds) {
     Note("pause " + std::to_string(microseconds));
     if (CountLogged("pause 50000") == 2) {
@@ -146,19 +148,20 @@ struct ScriptTest : ServiceTest {
     }
   }
 
-  // Steps are separated by ';': messages from the Manager, and what Do() has words for. What is
-  // behind '=' is called, and its result noted.
+  // Runs the steps of a script, which are separated by ';'. A step is a message from the Manager or
+  // a word that Do() handles. After '=' is a call; its result is recorded. Returns Recorded().
   std::string Play(const std::string& script) {
     std::istringstream steps(script);
     for (std::string step; std::getline(steps >> std::ws, step, ';');) {
       Do(step);
     }
-    return Heard();
+    return Recorded();
   }
 
-  // The log since the last call, shortened; in the place of what was sent, what was received. Lines
-  // on waiting come last, for the receive thread may write before them what is waited for.
-  std::string Heard() {
+  // Returns the shortened log since the last call. A line on a sent message is replaced by the
+  // message that the peer received. Lines on waiting are moved to the end, because the order of
+  // these lines and those of the receive thread varies.
+  std::string Recorded() {
     std::string text, waiting;
     for (const LogLine& line : Log()) {
       EXPECT_EQ(line.priority, ANDROID_LOG_ERROR) << line;
@@ -187,10 +190,10 @@ struct ScriptTest : ServiceTest {
 };
 
 struct WholeScript : ScriptTest, testing::WithParamInterface<Script> {};
-TEST_P(WholeScript, IsHeard) {
-  const auto& [level, name, refused, before, script, heard] = GetParam();
+TEST_P(WholeScript, GivesTheExpectedText) {
+  const auto& [level, name, refused, before, script, expected] = GetParam();
   Begin(level);
   Play(before);
   recorder.Return(refused, 1);
-  EXPECT_EQ(Play(script), Replace(heard, "[|]", "\n") + "\n");
+  EXPECT_EQ(Play(script), Replace(expected, "[|]", "\n") + "\n");
 }

@@ -1,4 +1,5 @@
-// A service under test, and the Manager that it talks to over the real path.
+// The fixture of most tests: a service and the simulated Manager, connected over the real socket
+// path.
 
 #pragma once
 
@@ -23,17 +24,18 @@ inline constexpr int kServiceId = 7;
 void SetDebugLevel(int level);  // takes effect at the next orvd_svc_init
 void SetTestProperty(const std::string& name, const std::string& value);
 
-// Polls until `condition` holds or the patience is over.
+// Waits until `condition` is true. Returns false after kPatience.
 bool Eventually(const std::function<bool()>& condition);
 
 long CountEntries(const char* folder);
-// The threads of this process.
+// Returns the number of threads of this process.
 long Threads();
-// Waits until there are so many: how a test sees that a thread of the library has ended.
+// Waits until this process has `count` threads. Tests use it to see that a thread of the library
+// has ended.
 bool WaitForThreads(long count);
 
-// What the session-state callbacks were told, in order, across all opcodes. Pass Recorder::Callback
-// with the recorder as user data.
+// Records the events of the session-state callbacks of all opcodes, in order. Pass
+// Recorder::Callback with the recorder as user data.
 class Recorder {
  public:
   static int Callback(int service_id, orvd_req_t* req, void* user_data);
@@ -43,9 +45,10 @@ class Recorder {
   std::string events() const;
   void Clear();
   bool WaitFor(const std::string& event) const;
-  // What the callback returns from now on for events whose line begins so ("" for all); else 0.
+  // From now on the callback returns `result` for events whose line begins with `event_prefix`, and
+  // 0 for others.
   void Return(const std::string& event_prefix, int result);
-  // Called inside the callback, after recording.
+  // Sets a function that the callback calls after it has recorded the event.
   void SetHook(std::function<void(const orvd_req_t&)> hook);
 
  private:
@@ -64,19 +67,20 @@ class ServiceTest : public testing::Test {
   ~ServiceTest() override { orvd_svc_deinit(kServiceId); }
 
  protected:
-  // orvd_svc_init against a peer that agrees to everything; fails the test unless it returns
-  // kServiceId.
+  // Calls orvd_svc_init. Fails the test when the result is not kServiceId.
   void Init();
-  // Both of them; fails the test unless they succeed. Leaves no messages in the peer.
+  // Calls Register and Ready; fails the test when one fails. Removes the received messages from the
+  // peer.
   void Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,
              orvd_task_function_t task = nullptr);
-  // Starts and readies the pair in the session; fails the test unless it is answered with success.
+  // The Manager starts the pair in the session and makes it ready. Fails the test when the start
+  // fails.
   void OpenSession(uint32_t session_id, uint32_t opcode, uint32_t ssid);
-  // Returns when the receive thread has handled all that the peer sent before. Needs a debug level
-  // of 1 or more.
+  // Waits until the receive thread has handled all earlier messages of the peer. Needs a debug
+  // level of 1 or more.
   void Settle();
 
   orvd::ManagerPeer peer{kSharedPath};
-  // Outlives the test: a receive thread that ends late may still be in a callback.
+  // Never destroyed: a receive thread may still run a callback after the test.
   Recorder& recorder = ProcessWide<Recorder>();
 };

@@ -53,7 +53,7 @@ std::string TakeArgs(const orvex_typed_map_t* typed, const orvex_value_map_t* va
     const Holder& value = values->at(key);
     text += (text.empty() ? "" : " ") + std::to_string(key) + ":" + std::to_string(code) + "=";
     if (code != ORVEX_STRUCT) {
-      Require(holder == value && holder.use_count() == 2, "one holder in both queues");
+      Require(holder == value && holder.use_count() == 2, "the same holder in both queues");
       text += Render(code, holder);
       continue;
     }

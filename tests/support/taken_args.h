@@ -6,6 +6,7 @@
 
 #include "orvex_args.h"
 
-// Both queues as KEY:CODE=VALUE, in JSON, the members of a struct in {}; "null" without queues.
-// Deletes the maps of structs, as a service does. Throws when the queues do not belong together.
+// Returns the arguments as KEY:CODE=VALUE with the value in JSON, the members of a struct in {},
+// and "null" without queues. Deletes the member maps of structs, as a service does. Throws when the
+// two queues do not have the same keys and values.
 std::string TakeArgs(const orvex_typed_map_t* typed, const orvex_value_map_t* values);
