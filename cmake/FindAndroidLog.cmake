@@ -1,4 +1,4 @@
-# The Android log library. Debian's android-liblog-dev keeps headers and library in folders of their own.
+# The Android log library. Debian's android-liblog-dev installs headers and library in separate folders.
 # Defines the imported target Android::log.
 include(FindPackageHandleStandardArgs)
 

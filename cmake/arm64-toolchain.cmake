@@ -11,7 +11,7 @@ if(NOT EXISTS "${ORVEX_ARM64_SYSROOT}/packages")
   message(FATAL_ERROR "No arm64 packages in '${ORVEX_ARM64_SYSROOT}'; ./dev arm64 fetches them")
 endif()
 
-# The C library's headers come with the compiler; the packages are found in the sysroot and nowhere else.
+# The C library's headers come with the compiler. All other packages are searched only in the sysroot.
 set(CMAKE_FIND_ROOT_PATH "${ORVEX_ARM64_SYSROOT}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(kind LIBRARY INCLUDE PACKAGE)
