@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Unpacks Debian's arm64 packages and their dependencies into a folder. apt uses separate lists for this, so the machine's
-# packages, architectures and lists do not change, and no special rights are needed.
+# Unpacks Debian's arm64 packages and their dependencies into a folder. apt uses separate lists for this. So the
+# machine's packages, architectures and lists do not change, and no special rights are needed.
 # usage: arm64_sysroot.sh FOLDER PACKAGE...
 set -euo pipefail
 

@@ -5,7 +5,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# The library never frees some memory of refused tasks (Deliberate:), hence the memory limit. Leaks are checked at the end.
+# The library never frees some memory of refused tasks (Deliberate:), so the memory limit is high. Leaks are checked once,
+# at the end.
 fuzz() {
   local build=$1 target=$2 seconds=$3
   local corpus=$build/fuzz/corpus/$target dictionary=$build/fuzz/dictionary

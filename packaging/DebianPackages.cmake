@@ -1,5 +1,5 @@
-# cpack makes the packages liborvex2-0-2, liborvex2-0-dev and orvd-sim. Debian package names have no underscores. The name
-# of a library package ends with the version of the soname.
+# cpack makes the packages liborvex2-0-2, liborvex2-0-dev and orvd-sim. Debian package names have no underscores. The
+# name of a library package ends with the version of the soname.
 set(DOC_DIR share/doc)
 
 set(CPACK_GENERATOR DEB)

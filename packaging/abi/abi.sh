@@ -6,8 +6,8 @@ here=$(dirname "$0")
 include=$here/../../include
 build=$1 option=${2:-}
 
-# Writes what abidw finds in a library: exported symbols and types of the public headers. Paths and line numbers are left
-# out, because they differ from machine to machine.
+# Writes the exported symbols of a library and the types of the public headers, as abidw finds them. Paths and line
+# numbers are left out, because they differ between machines.
 write_abi() {
   abidw --suppressions "$build/public_types.ini" --exported-interfaces-only --drop-undefined-syms --no-corpus-path \
     --no-comp-dir-path --short-locs --no-show-locs --no-parameter-names --no-elf-needed --no-write-default-sizes \
@@ -29,8 +29,8 @@ compare_abi() {
   echo "Programs built against $recorded still work."
 }
 
-printf '[suppress_type]\n  source_location_not_in = %s\n  drop = yes\n' "$(cd "$include" && echo *.h | sed 's/ /, /g')" \
-  >"$build/public_types.ini"
+headers=$(cd "$include" && echo *.h | sed 's/ /, /g')
+printf '[suppress_type]\n  source_location_not_in = %s\n  drop = yes\n' "$headers" >"$build/public_types.ini"
 write_abi "$build/src/liborvex2_0.so" >"$build/library.xml"
 write_abi "$build/packaging/abi/liborvex_args_abi.so" >"$build/holders.xml"
 result=0

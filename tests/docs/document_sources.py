@@ -1,7 +1,7 @@
 """Extracts programs and scenarios from a document. usage: document_sources.py DOCUMENT STEM; prints the programs.
 
-STEM_01.cpp, STEM_02.cpp, ...: the program after each C++ block. "// [name]" begins a part of the program. A part replaces
-the earlier part with the same name. A new part is inserted before the part that follows it in its block, or at the end.
+STEM_01.cpp, STEM_02.cpp, ...: the program after each C++ block. "// [name]" begins a part of the program. A part
+replaces the earlier part with the same name. A new part comes before the part that follows it in its block, or last.
 STEM_1.scenario, STEM_2.scenario, ...: the scenario blocks and the example messages; a new file begins after each "die".
 SIGHUP starts the next call of the service. Comments contain the calls, their results and the events of the callback.
 """

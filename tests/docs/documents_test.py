@@ -21,8 +21,8 @@ def compare(what, wanted, documented):
                        [f"{what}: {one} is documented only" for one in documented - wanted])
 
 
-# Every message has an example. The table after an example lists the members of the message. Members inside of objects may
-# be listed too, but only those of the example.
+# Every message has an example. The table after an example lists the members of the message. It may also list members of
+# inner objects, but only those in the example.
 examples = find(r"^\*\*(.*)\*\*.*\n\n```\w+ (\w+)\n(.*)\n```\n(?:\n\| member \|.*\n((?:\|.*\n)+))?", protocol)
 compare("PROTOCOL.md, fences", {protocol.count("```")}, {2 * len(examples)})
 shown = set()
@@ -34,14 +34,14 @@ for sender, side, text, table in examples:
         compare(f"PROTOCOL.md, inside of {text}", inside.intersection(find(r'"(\w+)":', text)), inside)
     if table or side == "service":
         shown.update((side, kind) for kind in find(r'"req_type":"(\w+)"', text))
-handled = find(r'\{"(\w+)", \w+[<}]', texts["src/link/dispatch.cpp"]) + ["volume_change"]  # instead of any other message
+handled = find(r'\{"(\w+)", \w+[<}]', texts["src/link/dispatch.cpp"]) + ["volume_change"]  # can replace any
 sent = find(r'"req_type":"(\w+)"', sources) + ["start_session", "end_session", "INFO_QUERY", "INFO_MNTR"]
 compare("PROTOCOL.md", {("manager", kind) for kind in handled} | {("service", kind) for kind in sent}, shown)
 
 codes = dict(find(r"(ORVEX_\w+) = (\d+),", texts["include/orvex_args.h"]))
 compare("PROTOCOL.md, types", {(name, codes[code]) for name, code in find(r'\{"(\w+)", (ORVEX_\w+)\}', sources)},
         {*find(r"^\| `(\w+)`[^|]* \| (\d+) \|", protocol)})
-compare("PROTOCOL.md, deliberate oddities", Counter({path: text.count("// Deliberate:") for path, text in texts.items()}),
+compare("PROTOCOL.md, deliberate", Counter({path: text.count("// Deliberate:") for path, text in texts.items()}),
         Counter(find(r"\| `(src/\S+)` \|$", protocol)))
 
 # Every log line in LOGS.md exists in the sources. Every log line of level 1 or 2 and of the decoders is in LOGS.md.

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the messages of docs/PROTOCOL.md as a scenario, and compares the output of the service with the scenario's comments.
+# Runs the messages of docs/PROTOCOL.md as a scenario. Compares the output of the service with the scenario's comments.
 # usage: [EMULATOR=COMMAND] protocol_test.sh ORVD_SIM SERVICE SCENARIO, in a private /dev
 set -euo pipefail
 read -ra emulator <<<"${EMULATOR:-}"

@@ -1,3 +1,4 @@
+#!/bin/sh
 # Compares the exported symbols with the map. Exactly six have C linkage. The library must not need an exception type of
 # jsoncpp, because a jsoncpp built without exceptions has none. usage: exports_test.sh LIBRARY MAP NM
 needed=$("$3" -DC --undefined-only "$1" | grep -o 'Json::.*')

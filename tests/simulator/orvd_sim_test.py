@@ -55,7 +55,7 @@ ROWS = [
 
 def serve(path, acts, manager):
     came = ""
-    with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as connection, suppress(OSError):  # orvd-sim may have ended
+    with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as connection, suppress(OSError):  # it may have ended
         while connection.connect_ex(path) != 0 and manager.poll() is None:
             time.sleep(0.01)
         for act in acts:
