@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# The library never frees some memory of refused tasks (Deliberate:), so the memory limit is high. Leaks are checked once,
+# The library never frees some memory of refused tasks, on purpose, so the memory limit is high. Leaks are checked once,
 # at the end.
 fuzz() {
   local build=$1 target=$2 seconds=$3

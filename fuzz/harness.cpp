@@ -22,7 +22,7 @@
 #include "sessions/session_table.h"
 #include "support/taken_args.h"
 
-// The allocations that a refused task never frees (Deliberate:). All other leaks are reported.
+// The allocations that a refused task never frees, on purpose. All other leaks are reported.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:NewCallRecord\nleak:AddStructParams\n";
 }

@@ -10,7 +10,7 @@
 #include "support/taken_args.h"
 
 // The member maps are never freed when the struct is refused or its key is already used
-// (Deliberate:).
+//, on purpose.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:AddStructParams\n";
 }

@@ -7,7 +7,7 @@
 #include "support/script_test.h"
 
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:NewCallRecord\n";  // a refused task never frees its call record (Deliberate:)
+  return "leak:NewCallRecord\n";  // a refused task never frees its call record, on purpose
 }
 
 namespace {
