@@ -9,8 +9,8 @@
 #include "support/service_fixture.h"
 #include "support/taken_args.h"
 
-// The member maps are never freed when the struct is refused or its key is already used
-//, on purpose.
+// The member maps of a struct are never freed, on purpose, when it is refused or its key is already
+// used.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:AddStructParams\n";
 }

@@ -70,7 +70,7 @@ TEST_F(QueryTest, ValuesThatCannotBeConvertedEndTheProcess) {
         {R"(state_change","session_id":4294967296})", "Json::LogicError"},
         {R"(AUTH","opcode":"x"})", "std::invalid_argument"}}) {
     const std::string text = std::string(R"({"req_type":")") + answer;
-    peer.SetRule("PERMISSION", [text](const std::string& /*request*/) { return text; });
+    peer.SetRule("PERMISSION", [text](auto) { return std::optional(text); });
     EXPECT_DEATH((Init(), orvd_permission_query(1, {})), exception);
   }
 }
