@@ -7,40 +7,25 @@
 
 #include <cerrno>
 #include <cstring>
-#include <optional>
 
-#include "link/log.h"
-#include "link/mutex.h"
-#include "link/never_destroyed.h"
+#include "base/log.h"
+#include "base/never_destroyed.h"
+#include "link/send.h"
 #include "link/socket_path.h"
-#include "link/state.h"
+
+namespace orvd_client {
 
 std::atomic<int> gMgrSocket_fd{-1};
 
 namespace {
 
-constexpr int kNoSocket = -1;
-constexpr int kLoggedCharacters = 250;
-
-struct LinkState {
-  Mutex mutex;
-  std::shared_ptr<Connection> standing GUARDED_BY(mutex);
-  std::atomic<Generation> generation{1};  // written with the mutex held
-};
-
-LinkState& TheLink() {
-  return ProcessWide<LinkState>();
+std::shared_ptr<Connection>& Standing() REQUIRES(gLinkMutex) {
+  return NeverDestroyed<std::shared_ptr<Connection>>();
 }
 
-Mutex gSendMutex;
-
 // Serialises attempts to connect. An attempt of an old generation is closed before the next one
-// begins, so a Manager that accepts one connection of a process never takes the stray one.
+// begins. So a Manager that accepts one connection from a process never accepts the old attempt.
 Mutex gConnectMutex;
-
-// The generation that this receive thread serves; none on other threads.
-thread_local std::optional<Generation> served_generation;
-thread_local bool acts_for_service = false;
 
 bool ConnectTo(const char* path, int fd) {
   sockaddr_un address{};
@@ -49,18 +34,18 @@ bool ConnectTo(const char* path, int fd) {
   return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
-// The decision counts for the generation that asked for it, also when connecting fails.
+// Sets the flags even if the connection then fails, but only for the generation that connects.
 const char* PathFor(Generation generation) {
   const SocketPath chosen = ChooseSocketPath();
-  const MutexLock lock(TheLink().mutex);
-  if (TheLink().generation == generation) {
+  const MutexLock lock(gLinkMutex);
+  if (CurrentGeneration() == generation) {
     SetFlags(chosen);
   }
   return chosen.path;
 }
 
 std::shared_ptr<Connection> MakeConnection(Generation generation) {
-  // A program that the service forks and executes must not inherit the socket.
+  // A program that the service starts by fork and exec must not inherit the socket.
   const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   if (fd < 0) {
     LOG_AT(kFailure, "Failed to connect to ORVEX Manager (socket creation failed %s)",
@@ -76,43 +61,28 @@ std::shared_ptr<Connection> MakeConnection(Generation generation) {
   return connection;
 }
 
-// The descriptor is published only once it can be used: a service that initialises while the
-// receive thread tries to reconnect must not take an unconnected socket for the Manager.
+// Publishes the descriptor only after connect has succeeded. A service that initialises while the
+// receive thread tries to reconnect must not use an unconnected socket.
 bool Publish(const std::shared_ptr<Connection>& connection, Generation generation) {
-  const MutexLock lock(TheLink().mutex);
-  if (TheLink().generation != generation) {
+  const MutexLock lock(gLinkMutex);
+  if (CurrentGeneration() != generation) {
     return false;
   }
-  if (TheLink().standing) {
-    TheLink().standing->ShutDown();
+  if (Standing()) {
+    Standing()->ShutDown();
   }
-  TheLink().standing = connection;
+  Standing() = connection;
   gMgrSocket_fd = connection->fd();
   return true;
 }
 
-void Leave(const std::shared_ptr<Connection>& connection) {
-  const MutexLock lock(TheLink().mutex);
-  if (TheLink().standing == connection) {
-    TheLink().standing.reset();
+void Withdraw(const std::shared_ptr<Connection>& connection) {
+  const MutexLock lock(gLinkMutex);
+  if (Standing() == connection) {
+    Standing().reset();
     gMgrSocket_fd = kNoSocket;
   }
   connection->ShutDown();
-}
-
-void LogSending(const char* msg) {
-  LOG_AT(kAlways, "client Sending message %.*s", kLoggedCharacters, msg);
-}
-
-// Without a connection the send fails in the kernel, as on a closed one. MSG_NOSIGNAL is not
-// needed: the kernel raises SIGPIPE for stream sockets, not for sequenced packets.
-int SendPacket(const Connection* connection, const char* msg) REQUIRES(gSendMutex) {
-  const int fd = connection == nullptr ? kNoSocket : connection->fd();
-  if (sendto(fd, msg, strlen(msg), 0, nullptr, 0) == -1) {
-    LOG_AT(kAlways, "client NOT able to send msg");
-    return -1;
-  }
-  return 0;
 }
 
 }  // namespace
@@ -122,61 +92,27 @@ Connection::~Connection() {
 }
 
 void Connection::ShutDown() {
-  shut_down_ = true;
+  is_shut_down_ = true;
   shutdown(fd_, SHUT_RDWR);
 }
 
 bool Connection::PeerHasClosed() const {
   pollfd watched{fd_, POLLRDHUP, 0};
   const bool closed = poll(&watched, 1, 0) > 0 && (watched.revents & POLLERR) == 0;
-  return ended_ || (closed && !reset_ && !shut_down_);
+  return end_of_file_received_ || (closed && !reset_received_ && !is_shut_down_);
 }
 
 StandingConnection CurrentConnection() {
-  const MutexLock lock(TheLink().mutex);
-  return {TheLink().standing, TheLink().generation};
+  const MutexLock lock(gLinkMutex);
+  return {Standing(), CurrentGeneration()};
 }
 
-Generation CurrentGeneration() {
-  return TheLink().generation;
-}
-
-void ActForService() {
-  acts_for_service = true;
-}
-
-bool NoteLoss(Connection& connection) {
-  const MutexLock lock(TheLink().mutex);
-  if (ThisThreadIsOutdated() || connection.is_being_left()) {
+bool RecordLoss(Connection& connection) {
+  const MutexLock lock(gLinkMutex);
+  if (ThisThreadIsOutdated() || connection.is_disconnecting()) {
     return false;
   }
-  connection.NoteEndOfFile();
-  return true;
-}
-
-void BeginGeneration() {
-  const MutexLock lock(TheLink().mutex);
-  ++TheLink().generation;
-}
-
-void ServeGeneration(Generation generation) {
-  served_generation = generation;
-}
-
-Generation ServedGeneration() {
-  return served_generation.value_or(CurrentGeneration());
-}
-
-bool ThisThreadIsOutdated() {
-  return served_generation.has_value() && *served_generation != CurrentGeneration();
-}
-
-bool NoteInitDone(bool done) {
-  const MutexLock lock(TheLink().mutex);
-  if (ThisThreadIsOutdated()) {
-    return false;
-  }
-  gMgrInitDone = done;
+  connection.RecordEndOfFile();
   return true;
 }
 
@@ -197,36 +133,22 @@ int Disconnect(const std::shared_ptr<Connection>& connection) {
   if (!connection) {
     return -1;
   }
-  const bool first = connection->BeginLeaving();
+  const bool first = connection->BeginDisconnect();
   if (first && SendOn(connection, "EXIT") != 0) {
     LOG_AT(kFailure, "Failed to disconnect to manager - proceeding anyways");
   }
-  Leave(connection);
+  Withdraw(connection);
   return first ? 0 : -1;
 }
 
-std::shared_ptr<Connection> ConnectionToSendOn() {
-  return ThisThreadIsOutdated() && !acts_for_service ? nullptr : CurrentConnection().connection;
-}
-
-int SendOn(std::shared_ptr<Connection> connection, const char* msg) {
-  LogSending(msg);
-  const MutexLock lock(gSendMutex);
-  const int result = SendPacket(connection.get(), msg);
-  connection.reset();
-  return result;
-}
+}  // namespace orvd_client
 
 int connect_to_manager() {
+  using namespace orvd_client;
   return ConnectFor(CurrentGeneration());
 }
 
 int disconnect_from_manager() {
+  using namespace orvd_client;
   return Disconnect(CurrentConnection().connection);
-}
-
-int orvd_send_to_manager_raw(const char* msg) {
-  LogSending(msg);
-  const MutexLock lock(gSendMutex);
-  return SendPacket(ConnectionToSendOn().get(), msg);
 }

@@ -3,7 +3,7 @@
 
 #include <thread>
 
-#include "link/connection.h"
+#include "link/send.h"
 #include "support/script_test.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "IOrvdClient.h"
-#include "link/never_destroyed.h"
+#include "base/never_destroyed.h"
 #include "manager_peer.h"
 #include "messages.h"
 #include "support/log_capture.h"
@@ -78,5 +78,5 @@ class ServiceTest : public testing::Test {
 
   orvd::ManagerPeer peer{kSharedPath};
   // Outlives the test: a receive thread that ends late may still be in a callback.
-  Recorder& recorder = ProcessWide<Recorder>();
+  Recorder& recorder = orvd_client::NeverDestroyed<Recorder>();
 };
