@@ -1,5 +1,5 @@
-// The list of the data types: the name in a message, the type code, and how a JSON value of the type
-// is tested, read and checked for its range.
+// The list of the data types: the name in a message, the type code, and how a JSON value of the
+// type is tested, read and checked for its range.
 
 #pragma once
 
@@ -95,7 +95,8 @@ Result VisitDataType(orvex_data_type_t type, Result without_value, Visit visit) 
   return result;
 }
 
-// The log texts of one decoder; each contains the type's name. The texts differ between the decoders.
+// The log texts of one decoder; each contains the type's name. The texts differ between the
+// decoders.
 struct DecoderTexts {
   const char* mismatch;
   const char* out_of_range;

@@ -41,8 +41,8 @@ int AddMember(Json::Value& member, int position, const MemberMaps& maps) {
   const int key = IntMember(member, "id", 0);
   const orvex_data_type_t type = TypeOfName(type_name);
   if (type == ORVEX_VECTOR) {
-    // Deliberate: an invalid vector member is left out, but an invalid scalar member rejects the whole
-    // task. Services in the field run on tasks without the member.
+    // Deliberate: an invalid vector member is left out, but an invalid scalar member rejects the
+    // whole task. Services in the field run on tasks without the member.
     AddStructVectorParams(member, position, key, maps.typed, maps.values);
     return 0;
   }

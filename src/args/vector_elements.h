@@ -32,9 +32,9 @@ bool ReadElements(const DataType& row, const Json::Value& list, const std::strin
   return true;
 }
 
-// Decodes "value" as a vector of the named type, and passes the type code and the holder to `store`.
-// Returns 0. Returns 0 too if the named type cannot be an element, and then stores nothing. Returns
-// -1, after a log line, if an element has another kind or is out of range.
+// Decodes "value" as a vector of the named type, and passes the type code and the holder to
+// `store`. Returns 0. Returns 0 too if the named type cannot be an element, and then stores
+// nothing. Returns -1, after a log line, if an element has another kind or is out of range.
 template <typename Store>
 int DecodeVector(const Json::Value& vector, const std::string& type_name, Store store) {
   constexpr int kNothingStored = 0;

@@ -13,11 +13,12 @@
 
 namespace orvd_client {
 
-// Returns the member, or null if the object has no such member. `object` has the wrong kind if it is
-// neither an object nor null.
+// Returns the member, or null if the object has no such member. `object` has the wrong kind if it
+// is neither an object nor null.
 const Json::Value* FindMember(const Json::Value& object, std::string_view name);
 
-// Returns the member as jsoncpp converts it, or `fallback` (0 for UintMember) without such a member.
+// Returns the member as jsoncpp converts it, or `fallback` (0 for UintMember) without such a
+// member.
 std::string TextMember(const Json::Value& object, std::string_view name, const char* fallback);
 int32_t IntMember(const Json::Value& object, std::string_view name, int32_t fallback);
 uint32_t UintMember(const Json::Value& object, std::string_view name);

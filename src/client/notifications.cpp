@@ -21,8 +21,8 @@ void NotifyStateChange(const Json::Value& message, orvd_status_t type) {
   LOG_AT(kDetail, "State change: %s, session_id: %d, package: %s, state: %s",
          TextMember(message, "req_type", "0").c_str(), static_cast<int>(req.session_id),
          req.package.c_str(), req.state.c_str());
-  // Deliberate: the Manager writes "null" for a state that it does not know. The search finds "null"
-  // anywhere in the combined text, so a state such as "nullable" is not forwarded either.
+  // Deliberate: the Manager writes "null" for a state that it does not know. The search finds
+  // "null" anywhere in the combined text, so a state such as "nullable" is not forwarded either.
   if (req.state.find("null") == std::string::npos) {
     NotifyReadyOpcodes(req);
   }

@@ -1,8 +1,8 @@
 // The one connection to the Manager: connect and disconnect.
 //
-// Several threads can use a connection at the same time. They share its ownership, and the last user
-// closes the file descriptor. So no thread receives or sends on a descriptor number that the system
-// has reused.
+// Several threads can use a connection at the same time. They share its ownership, and the last
+// user closes the file descriptor. So no thread receives or sends on a descriptor number that the
+// system has reused.
 
 #pragma once
 
@@ -73,6 +73,6 @@ int Disconnect(const std::shared_ptr<Connection>& connection);
 
 // Connects to the Manager's socket for this process. Returns 0 or -1.
 ORVD_EXPORT int connect_to_manager();
-// Sends "EXIT" and disconnects. Returns -1 if there is no connection. Otherwise it returns 0, even if
-// "EXIT" could not be sent.
+// Sends "EXIT" and disconnects. Returns -1 if there is no connection. Otherwise it returns 0, even
+// if "EXIT" could not be sent.
 ORVD_EXPORT int disconnect_from_manager();

@@ -7,8 +7,8 @@
 
 namespace orvd_client {
 
-// Tries to connect until the time limit. Returns 0, or -1 after the time limit. Returns -1 without a
-// log line when the generation has ended.
+// Tries to connect until the time limit. Returns 0, or -1 after the time limit. Returns -1 without
+// a log line when the generation has ended.
 int ReconnectFor(Generation generation);
 
 }  // namespace orvd_client

@@ -47,8 +47,8 @@ std::string ThreadName() {
 }
 
 // Deliberate: the first five characters are removed, whatever they are, because services run under
-// names with other prefixes of this length. A name of five characters or fewer becomes empty, and an
-// empty name matches every expected name.
+// names with other prefixes of this length. A name of five characters or fewer becomes empty, and
+// an empty name matches every expected name.
 std::string OwnName() {
   const std::string name = ThreadName();
   return name.size() > kPlixPrefix.size() ? name.substr(kPlixPrefix.size()) : "";

@@ -44,7 +44,8 @@ bool IsSubsystem(const Json::Value& element) {
 }
 
 // Returns whether ReadMembers can read every member. A missing member and null count as empty. The
-// kinds are tested first, because a jsoncpp that is built without exceptions aborts on a wrong kind.
+// kinds are tested first, because a jsoncpp that is built without exceptions aborts on a wrong
+// kind.
 bool HasMembersOfRightKind(const Json::Value& orvex) {
   if (!orvex.isObject() && !orvex.isNull()) {
     return false;

@@ -162,7 +162,8 @@ void orvd_client::HandlePlainRegistrationAnswer(const Json::Value& message) {
 int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char* api_def,
                                 const char* token) {
   LOG_AT(kProgress, "ORVEX service register and authenticate");
-  // Read before the check, so that the request is not sent to the Manager of a later initialisation.
+  // Read before the check, so that the request is not sent to the Manager of a later
+  // initialisation.
   auto connection = ConnectionToSendOn();
   const auto [refusal, generation] = CheckServiceId(service_id);
   if (refusal != 0) {

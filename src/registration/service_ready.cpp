@@ -85,7 +85,8 @@ void orvd_client::HandleReadyAnswer(const Json::Value& message) {
 int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode, orvd_state_callback_t state_callback,
                         void* user_data, orvd_task_function_t task_function) {
   const std::string request = ReadyRequest(service_id, opcode);
-  // Read before the check, so that the request is not sent to the Manager of a later initialisation.
+  // Read before the check, so that the request is not sent to the Manager of a later
+  // initialisation.
   auto connection = ConnectionToSendOn();
   const auto [refusal, generation] = CheckServiceId(service_id);
   if (refusal != 0) {

@@ -12,8 +12,8 @@
 namespace orvd_client {
 
 // Calls `visit(opcode, entry, ssid)` for every subsystem of every ready opcode, in the order of the
-// message. Skips an opcode that is not ready. When `read_opcode(element, opcode)` returns false, this
-// function returns false at once.
+// message. Skips an opcode that is not ready. When `read_opcode(element, opcode)` returns false,
+// this function returns false at once.
 template <typename ReadOpcode, typename Visit>
 bool WalkOpcodes(const Json::Value& message, ReadOpcode read_opcode, Visit visit) {
   for (const Json::Value& element : ListMember(message, "opcodes")) {

@@ -30,15 +30,15 @@ bool CheckOpenOrAnswer(uint32_t session_id) {
     return true;
   }
   LOG_AT(kWarning, "Session %u is not active; ignoring", session_id);
-  // Deliberate: the answer is sent with the mutex held, so it precedes every session event that waits
-  // for the mutex.
+  // Deliberate: the answer is sent with the mutex held, so it precedes every session event that
+  // waits for the mutex.
   AnswerEnd(session_id, {});
   return false;
 }
 
-// Deliberate: the opcode is a JSON number here, as the Manager sends it. It is hexadecimal text in the
-// messages that start and ready sessions. Any other kind, or a missing id, stops the request without
-// an answer; the pairs that have ended before it stay ended.
+// Deliberate: the opcode is a JSON number here, as the Manager sends it. It is hexadecimal text in
+// the messages that start and ready sessions. Any other kind, or a missing id, stops the request
+// without an answer; the pairs that have ended before it stay ended.
 bool ReadNumericOpcode(const Json::Value& element, uint32_t& opcode) {
   const Json::Value* id = FindMember(element, "id");
   if (id == nullptr || !id->isUInt()) {

@@ -62,8 +62,8 @@ void StartSupportedPair(StartRequest& request, const SessionPair& pair, const Re
            pair.second);
     ++request.duplicate;
   } else {
-    // Deliberate: a second start removes a pair that never became ready, without a callback. A third
-    // start then starts the pair again.
+    // Deliberate: a second start removes a pair that never became ready, without a callback. A
+    // third start then starts the pair again.
     LOG_AT(kWarning, "Session %u with 0x%08x::%u never received ready_session. Resetting",
            request.session_id, pair.first, pair.second);
     pairs->erase(pair);

@@ -27,6 +27,6 @@ ORVD_EXPORT int inform_session_state(unsigned session_id, unsigned opcode, unsig
                                      orvd_state_callback_t callback, void* user_data,
                                      orvd_status_t type);
 
-// Calls the callback of the lowest ready opcode with ORVD_RECONNECTED. Returns its result, or 0 if no
-// opcode is ready.
+// Calls the callback of the lowest ready opcode with ORVD_RECONNECTED. Returns its result, or 0 if
+// no opcode is ready.
 ORVD_EXPORT int send_reconnection_notification();

@@ -39,8 +39,8 @@ bool IsVisible(const Session& session);
 
 // Returns the pairs of the session; null if no visible session has this id.
 SessionPairs* FindSession(uint32_t session_id) REQUIRES(Sessions().mutex);
-// The same, but opens the session if it is not open. Returns null on an outdated receive thread if a
-// later generation has opened the session.
+// The same, but opens the session if it is not open. Returns null on an outdated receive thread if
+// a later generation has opened the session.
 SessionPairs* FindOrOpenSession(uint32_t session_id) REQUIRES(Sessions().mutex);
 
 // Returns the state of a started pair; null if the pair is not started or `pairs` is null.
