@@ -7,14 +7,12 @@
 
 #include <cstdint>
 #include <limits>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 
-#include "base/log.h"
 #include "orvex_args.h"
 
 namespace orvd_client {
@@ -29,9 +27,9 @@ struct Row {
   std::string_view name;
   orvex_data_type_t code;
 
-  // jsoncpp cannot read 8-bit and 16-bit numbers, so these are read as 64-bit numbers. Most 32-bit
-  // numbers are read as signed, because jsoncpp checks signed numbers again when they are read as
-  // unsigned.
+  // jsoncpp cannot read 8-bit and 16-bit numbers, so small integers are read as 64-bit numbers and
+  // checked here. Unsigned ones are read as signed: jsoncpp stores most numbers as signed, and
+  // would check them again when it reads them as unsigned.
   static constexpr bool kHasRangeCheck = std::is_integral_v<T> && sizeof(T) < sizeof(JsonNumber);
 
   static bool HasKind(const Json::Value& json) { return (json.*Test)(); }
@@ -93,43 +91,6 @@ Result VisitDataType(orvex_data_type_t type, Result without_value, Visit visit) 
   };
   std::apply([&](const auto&... rows) { return (visit_if_same(rows) || ...); }, kDataTypes);
   return result;
-}
-
-// The log texts of one decoder; each contains the type's name. The texts differ between the
-// decoders.
-struct DecoderTexts {
-  const char* mismatch;
-  const char* out_of_range;
-};
-
-// Reads `json` as a value of the row's type and passes it to `store`. Returns false, after a log
-// line, if the value has another kind or is out of range.
-template <typename DataType, typename Store>
-bool ReadValue(const DataType& /*row*/, const Json::Value& json, const std::string& type_name,
-               const DecoderTexts& texts, Store store) {
-  if (!DataType::HasKind(json)) {
-    LOG_AT(kEveryLevel, texts.mismatch, type_name.c_str());
-    return false;
-  }
-  auto value = DataType::ReadJson(json);
-  if (!DataType::IsInRange(value)) {
-    LOG_AT(kEveryLevel, texts.out_of_range, type_name.c_str());
-    return false;
-  }
-  store(static_cast<typename DataType::Value>(std::move(value)));
-  return true;
-}
-
-// The same, but returns the value in a new holder. Returns null, after a log line, on a failure.
-template <typename DataType>
-std::shared_ptr<ValuesInterface> ReadHolder(const DataType& row, const Json::Value& json,
-                                            const std::string& type_name,
-                                            const DecoderTexts& texts) {
-  std::shared_ptr<ValuesInterface> holder;
-  ReadValue(row, json, type_name, texts, [&holder](typename DataType::Value&& value) {
-    holder = std::make_shared<ParamValues<typename DataType::Value>>(std::move(value));
-  });
-  return holder;
 }
 
 }  // namespace orvd_client

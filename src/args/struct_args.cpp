@@ -1,4 +1,4 @@
-#include "args/data_types.h"
+#include "args/scalar_value.h"
 #include "args/type_names.h"
 #include "args/vector_elements.h"
 #include "base/json_members.h"
@@ -22,20 +22,6 @@ void StoreMember(const MemberMaps& maps, int key, orvex_data_type_t type,
   maps.values->try_emplace(maps.values->end(), key, holder);
 }
 
-int AddScalarMember(const Json::Value& value, orvex_data_type_t type, const std::string& type_name,
-                    int key, const MemberMaps& maps) {
-  // Types without a value: "none", "cb", unknown names, and "struct", because structs do not nest.
-  constexpr int kSkipped = 0;
-  return VisitDataType(type, kSkipped, [&](const auto& row) {
-    const auto holder = ReadHolder(row, value, type_name, kMemberTexts);
-    if (!holder) {
-      return -1;
-    }
-    StoreMember(maps, key, type, holder);
-    return 0;
-  });
-}
-
 int AddMember(Json::Value& member, int position, const MemberMaps& maps) {
   const std::string type_name = TextMember(member, "type", "");
   const int key = IntMember(member, "id", 0);
@@ -46,7 +32,11 @@ int AddMember(Json::Value& member, int position, const MemberMaps& maps) {
     AddStructVectorParams(member, position, key, maps.typed, maps.values);
     return 0;
   }
-  return AddScalarMember(std::as_const(member)["value"], type, type_name, key, maps);
+  // A member of the type "struct" is skipped, because structs do not nest.
+  return DecodeScalar(std::as_const(member)["value"], type, type_name, kMemberTexts,
+                      [&](const std::shared_ptr<ValuesInterface>& holder) {
+                        StoreMember(maps, key, type, holder);
+                      });
 }
 
 }  // namespace

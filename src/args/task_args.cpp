@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "args/scalar_args.h"
+#include "args/scalar_value.h"
 #include "args/type_names.h"
 #include "base/json_members.h"
 #include "orvex_args.h"
@@ -10,6 +10,9 @@
 using namespace orvd_client;
 
 namespace {
+
+constexpr DecoderTexts kArgumentTexts{"Arg type %s and type of value do not match while parsing",
+                                      "Out of range value for %s"};
 
 int AddVector(Json::Value& arg, int position, int key, orvex_func_call_info_t* info) {
   if (!arg["value"].isArray()) {
@@ -30,7 +33,11 @@ int AddArgument(Json::Value& request, Json::Value& arg, int position,
     case ORVEX_STRUCT:
       return AddStructParams(request, position, info);
     default:
-      return AddScalarParam(std::as_const(arg)["value"], type, type_name, key, info);
+      return DecodeScalar(std::as_const(arg)["value"], type, type_name, kArgumentTexts,
+                          [&](const std::shared_ptr<ValuesInterface>& holder) {
+                            QueueInsertion(info, key, holder, type);
+                            value_QueueInsertion(info, key, holder);
+                          });
   }
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "args/data_types.h"
+#include "args/scalar_value.h"
 #include "args/type_names.h"
 #include "base/json_members.h"
 

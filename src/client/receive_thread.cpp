@@ -129,9 +129,10 @@ NextAction Receiver::OnPacket(size_t size) {
 
 // This thread must not get a name: the choice of the socket path reads the name that it inherits.
 void* recv_msg_from_mgr(void* argument) {
-  const std::unique_ptr<StandingConnection> standing(static_cast<StandingConnection*>(argument));
-  ServeGeneration(standing->generation);
-  Receiver receiver(std::move(standing->connection));
+  const std::unique_ptr<ConnectionAndGeneration> current(
+      static_cast<ConnectionAndGeneration*>(argument));
+  ServeGeneration(current->generation);
+  Receiver receiver(std::move(current->connection));
   while (receiver.ServeOne() != NextAction::kEndThread) {
   }
   return nullptr;
@@ -139,8 +140,8 @@ void* recv_msg_from_mgr(void* argument) {
 
 }  // namespace
 
-bool StartReceiveThread(const StandingConnection& standing) {
-  auto argument = std::make_unique<StandingConnection>(standing);
+bool StartReceiveThread(const ConnectionAndGeneration& current) {
+  auto argument = std::make_unique<ConnectionAndGeneration>(current);
   if (StartDetachedThread(recv_msg_from_mgr, argument.get()) != 0) {
     return false;
   }

@@ -8,6 +8,6 @@ namespace orvd_client {
 
 // Starts the detached thread that serves this connection. Returns false if the thread cannot be
 // started.
-bool StartReceiveThread(const StandingConnection& standing);
+bool StartReceiveThread(const ConnectionAndGeneration& current);
 
 }  // namespace orvd_client

@@ -16,7 +16,7 @@ namespace {
 // The Manager may have closed the connection before the generation ends. The receive thread may
 // have recorded that already, or it may not have read it yet.
 void EndGeneration() {
-  const StandingConnection ended = CurrentConnection();
+  const ConnectionAndGeneration ended = CurrentConnection();
   BeginGeneration();
   if (ended.connection && ended.connection->PeerHasClosed()) {
     RecordLostSessions(ended.generation);

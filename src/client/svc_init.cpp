@@ -113,6 +113,6 @@ int orvd_svc_init(void) {
     return -1;
   }
   AllowThisThreadToSend();
-  StandingConnection standing = CurrentConnection();
-  return StartReceiveThread(standing) ? RequestServiceId(std::move(standing.connection)) : -1;
+  ConnectionAndGeneration current = CurrentConnection();
+  return StartReceiveThread(current) ? RequestServiceId(std::move(current.connection)) : -1;
 }

@@ -19,7 +19,7 @@ std::atomic<int> gMgrSocket_fd{-1};
 
 namespace {
 
-std::shared_ptr<Connection>& Standing() REQUIRES(gLinkMutex) {
+std::shared_ptr<Connection>& CurrentSlot() REQUIRES(gLinkMutex) {
   return NeverDestroyed<std::shared_ptr<Connection>>();
 }
 
@@ -68,18 +68,18 @@ bool Publish(const std::shared_ptr<Connection>& connection, Generation generatio
   if (CurrentGeneration() != generation) {
     return false;
   }
-  if (Standing()) {
-    Standing()->ShutDown();
+  if (CurrentSlot()) {
+    CurrentSlot()->ShutDown();
   }
-  Standing() = connection;
+  CurrentSlot() = connection;
   gMgrSocket_fd = connection->fd();
   return true;
 }
 
 void Withdraw(const std::shared_ptr<Connection>& connection) {
   const MutexLock lock(gLinkMutex);
-  if (Standing() == connection) {
-    Standing().reset();
+  if (CurrentSlot() == connection) {
+    CurrentSlot().reset();
     gMgrSocket_fd = kNoSocket;
   }
   connection->ShutDown();
@@ -102,9 +102,9 @@ bool Connection::PeerHasClosed() const {
   return end_of_file_received_ || (closed && !reset_received_ && !is_shut_down_);
 }
 
-StandingConnection CurrentConnection() {
+ConnectionAndGeneration CurrentConnection() {
   const MutexLock lock(gLinkMutex);
-  return {Standing(), CurrentGeneration()};
+  return {CurrentSlot(), CurrentGeneration()};
 }
 
 bool RecordLoss(Connection& connection) {

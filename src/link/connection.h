@@ -15,7 +15,7 @@
 namespace orvd_client {
 
 inline constexpr int kNoSocket = -1;
-// The file descriptor of the standing connection; kNoSocket without one.
+// The file descriptor of the current connection; kNoSocket without one.
 extern std::atomic<int> gMgrSocket_fd;
 
 class Connection {
@@ -53,11 +53,11 @@ class Connection {
 };
 
 // The established connection (null without one) and the current generation, read together.
-struct StandingConnection {
+struct ConnectionAndGeneration {
   std::shared_ptr<Connection> connection;
   Generation generation;
 };
-StandingConnection CurrentConnection();
+ConnectionAndGeneration CurrentConnection();
 
 // The receive thread calls this after it has read an end of file. Returns false, and records
 // nothing, if this process disconnects or if the generation has ended: then nothing was lost.

@@ -16,7 +16,7 @@ namespace orvd_client {
 
 using Generation = uint64_t;
 
-// Guards changes of the generation and the standing connection. Never held while the library sends,
+// Guards changes of the generation and the current connection. Never held while the library sends,
 // waits or calls the service.
 extern Mutex gLinkMutex;
 

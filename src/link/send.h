@@ -20,6 +20,6 @@ int SendOn(std::shared_ptr<Connection> connection, const char* msg);
 
 }  // namespace orvd_client
 
-// Sends `msg` on the standing connection. Returns 0, or -1 if the send failed. Always fails on an
+// Sends `msg` on the current connection. Returns 0, or -1 if the send failed. Always fails on an
 // outdated receive thread (see ThisThreadMaySend()). Any thread; one send at a time.
 ORVD_EXPORT int orvd_send_to_manager_raw(const char* msg);
