@@ -10,6 +10,8 @@
 //   session         what the Manager opens for a client; it contains pairs
 //   task            one call of a service function, sent by the Manager for a pair of a session
 //   ready table     the library's table of the opcodes that are ready, with their callbacks
+//   event           what the library reports to a session-state callback, see orvd_status_t
+//   notification    an event about a permission, a state or a system setting
 //   receive thread  the library's thread that reads all messages from the Manager
 //
 // Usage
@@ -51,11 +53,12 @@
 // holds no lock during these events:
 //
 // - An ORVD_TERMINATED callback may call orvd_svc_deinit.
-// - An ORVD_RECONNECTED callback may call orvd_svc_deinit and then initialise the service anew.
+// - An ORVD_RECONNECTED callback may call orvd_svc_deinit and then initialise the service again.
 //
-// To initialise anew means: orvd_svc_init, then _orvd_svc_register_auth and _orvd_svc_ready. The
-// calls return there, because orvd_svc_init starts a new receive thread that delivers the answers.
-// The callback must not use an opcode for which an earlier call still waits.
+// To initialise again, it calls orvd_svc_init, and then _orvd_svc_register_auth and
+// _orvd_svc_ready. These calls return there, because orvd_svc_init starts a new receive thread that
+// delivers the answers. An earlier call on another thread may still wait for the answer to a
+// registration or readiness. The callback must not use the opcode of such a call.
 //
 // A task function may call every function with three exceptions: orvd_svc_init, orvd_svc_deinit,
 // and ClearParamsFromQueues with its own arguments. A task continues when its session ends, and its
@@ -176,11 +179,10 @@ ORVD_EXPORT int orvd_svc_init(void);
 //
 // Running tasks continue. Each answer is sent on the connection that exists when the task ends. If
 // there is none, the answer is lost.
-// The receive thread ends, at the latest after the message that it handles at that moment. It sends
-// nothing more.
+// The receive thread finishes the message that it handles, sends nothing more, and ends.
 //
-// Another thread may be inside _orvd_svc_register_auth or _orvd_svc_ready at that moment. Its call
-// leaves no supported pair and no ready opcode behind. The call then ends in one of these ways:
+// If another thread is inside _orvd_svc_register_auth or _orvd_svc_ready, its call leaves no
+// supported pair and no ready opcode behind. It ends in one of these ways:
 //
 //   its request is not sent                          it fails
 //   its request is sent, but no answer is delivered  it waits without a time limit
