@@ -323,7 +323,7 @@ ORVD_EXPORT std::vector<bool> orvd_permission_query(uint32_t session_id,
 ORVD_EXPORT std::vector<std::string> orvd_info_query(uint32_t session_id,
                                                      std::vector<std::string> infos);
 
-// The same as a standing request. The call returns the Manager's first answer. The library drops
+// The same for a standing request. The call returns the Manager's first answer. The library drops
 // later answers to the same request.
 ORVD_EXPORT std::vector<std::string> orvd_info_monitor(uint32_t session_id,
                                                        std::vector<std::string> infos);
@@ -331,7 +331,7 @@ ORVD_EXPORT std::vector<std::string> orvd_info_monitor(uint32_t session_id,
 // Returns the elements in double quotes, separated by commas. Nothing is escaped.
 ORVD_EXPORT std::string vector_to_string_with_quotes(const std::vector<std::string>& elements);
 
-// Splits a result of orvd_info_query at its first colon.
+// Splits a result of orvd_info_query or orvd_info_monitor at its first colon.
 //
 // Returns 0 or -1:
 //
@@ -346,6 +346,5 @@ ORVD_EXPORT int parse_result_of_query_info(std::string result, std::string& out)
 // The version of API definitions that _orvd_svc_register_auth accepts: 2.
 extern ORVD_EXPORT const uint8_t ORVD_JSON_DEF_VER_ARR[1];
 
-// The characters "[]," for services that split texts which contain lists. The library does not use
-// it.
+// The characters "[]" and "," for services that split lists in texts. The library does not use it.
 extern ORVD_EXPORT const char deliminator[4];
