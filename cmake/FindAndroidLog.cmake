@@ -1,4 +1,4 @@
-# The Android log library. Debian's android-liblog-dev keeps headers and library in folders of their own.
+# Finds the Android log library. Debian's android-liblog-dev has the headers and the library in folders of their own.
 # Defines the imported target Android::log.
 include(FindPackageHandleStandardArgs)
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Unpacks Debian's arm64 packages, and all that they depend on, into a folder. apt works on lists of its own for it, so
-# the machine's packages, architectures and lists stay as they are, and no rights are needed.
+# Unpacks Debian's arm64 packages and their dependencies into a folder. apt uses separate lists for this. So the packages,
+# architectures and lists of the machine do not change, and no privileges are needed.
 # usage: arm64_sysroot.sh FOLDER PACKAGE...
 set -euo pipefail
 
@@ -29,7 +29,7 @@ for package in "$work"/apt/archives/*.deb; do
   dpkg-deb -x "$package" "$work/root"
 done
 
-# What was asked for, then what it came to.
+# Records the requested packages, then all packages that were unpacked.
 {
   echo "$*"
   cd "$work/apt/archives" && ls -- *.deb

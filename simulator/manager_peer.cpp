@@ -115,8 +115,8 @@ class ManagerPeer::Impl {
   bool WaitUntil(Milliseconds limit, Condition condition);
   void Record(Direction direction, const std::string& text);
 
-  // Runs `task` on the peer's thread, and waits until it is done. The caller gets the exception of a
-  // task. Descriptors are opened, read and closed on the peer's thread only.
+  // Runs `task` on the peer's thread, and waits until it is done. The caller gets its exception.
+  // Descriptors are opened, read and closed on the peer's thread only.
   template <typename Task>
   void OnPeerThread(Task task);
   void HangUp();

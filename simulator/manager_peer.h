@@ -45,9 +45,9 @@ using Rule = std::function<std::optional<std::string>(const std::string& message
 
 class ManagerPeer {
  public:
-  // Listens on `path`, or, with `listening` false, only after Listen() is called. Creates the folder
-  // of the socket if it is missing, and replaces an existing socket. Throws std::system_error if it
-  // cannot listen.
+  // Listens on `path`, or, with `listening` false, only after Listen() is called. Creates the
+  // socket's folder if it is missing, and replaces an existing socket. Throws std::system_error if
+  // it cannot listen.
   explicit ManagerPeer(std::string path, bool listening = true);
   ~ManagerPeer();
   ManagerPeer(const ManagerPeer&) = delete;

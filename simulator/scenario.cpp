@@ -115,8 +115,8 @@ Step ReadStep(std::string text, const std::string& name, int line) {
 }
 
 // A service can answer as long as its connection exists. So a rejection is certain only when the
-// connection has ended. After "die" a wrong answer goes to the next Manager, whose scenario does not
-// expect it.
+// connection has ended. After "die" a wrong answer goes to the next Manager, whose scenario does
+// not expect it.
 void CheckRejectionsCanBeSeen(const std::vector<Step>& steps, const std::string& name) {
   const auto last = std::find_if(steps.rbegin(), steps.rend(),
                                  [](const Step& step) { return step.verb == "rejected"; });

@@ -1,6 +1,7 @@
-// Takes the holder of every kind of argument, so that abidw finds them: the library's own functions name only their
-// base. The compiler describes a template where the file has the name of the template's header, which keeps the
-// standard library's templates out; hence this file's name.
+// Uses the value holder of every argument type, so that abidw describes them. The library's own
+// functions use only the base class. The compiler describes a template only in a file that has the
+// name of the template's header. So this file is named like orvex_args.h, and the templates of the
+// standard library are not described.
 
 #include "orvex_args.h"
 
