@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Unpacks Debian's arm64 packages and their dependencies into a folder. apt uses separate lists for this. So the packages,
+# Unpacks Debian's arm64 packages and their dependencies into a folder. apt uses separate lists for it. So the packages,
 # architectures and lists of the machine do not change, and no privileges are needed.
 # usage: arm64_sysroot.sh FOLDER PACKAGE...
 set -euo pipefail
