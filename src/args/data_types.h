@@ -24,8 +24,8 @@ struct Row {
   using Value = T;
   using JsonNumber = decltype((std::declval<const Json::Value&>().*Read)());
 
-  std::string_view name;
-  orvex_data_type_t code;
+  std::string_view name{};
+  orvex_data_type_t code{};
 
   // jsoncpp cannot read 8-bit and 16-bit numbers, so small integers are read as 64-bit numbers and
   // checked here. Unsigned ones are read as signed: jsoncpp stores most numbers as signed, and
@@ -46,8 +46,8 @@ struct Row {
 
 // A type without a scalar value.
 struct RowWithoutValue {
-  std::string_view name;
-  orvex_data_type_t code;
+  std::string_view name{};
+  orvex_data_type_t code{};
 };
 
 template <typename T>

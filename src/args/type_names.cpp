@@ -30,7 +30,7 @@ orvex_data_type_t TypeOfName(const std::string& name) {
   if (std::apply([&](const auto&... rows) { return (has_name(rows) || ...); }, kDataTypes)) {
     return type;
   }
-  UnknownNames& unknown = NeverDestroyed<UnknownNames>();
+  auto& unknown = NeverDestroyed<UnknownNames>();
   const MutexLock lock(unknown.mutex);
   return unknown.types[name];
 }
