@@ -12,6 +12,7 @@
 #include "base/detached_thread.h"
 #include "base/log.h"
 #include "client/dispatch.h"
+#include "link/disconnect.h"
 #include "link/message_parser.h"
 #include "link/reconnection.h"
 #include "link/service_id.h"

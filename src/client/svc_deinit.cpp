@@ -2,7 +2,7 @@
 
 #include "IOrvdClient.h"
 #include "base/log.h"
-#include "link/connection.h"
+#include "link/disconnect.h"
 #include "link/send.h"
 #include "link/service_id.h"
 #include "link/socket_path.h"

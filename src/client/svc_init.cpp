@@ -9,7 +9,7 @@
 #include "base/json_members.h"
 #include "base/log.h"
 #include "client/receive_thread.h"
-#include "link/connection.h"
+#include "link/connect.h"
 #include "link/send.h"
 #include "link/service_id.h"
 

@@ -1,4 +1,4 @@
-// The one connection to the Manager: connect and disconnect.
+// The one connection to the Manager.
 //
 // Several threads can use a connection at the same time. They share its ownership, and the last
 // user closes the file descriptor. So no thread receives or sends on a descriptor number that the
@@ -10,7 +10,6 @@
 #include <memory>
 
 #include "link/generation.h"
-#include "orvex_args.h"
 
 namespace orvd_client {
 
@@ -63,16 +62,11 @@ ConnectionAndGeneration CurrentConnection();
 // nothing, if this process disconnects or if the generation has ended: then nothing was lost.
 bool RecordLoss(Connection& connection);
 
-// Connects, unless `generation` has ended. Returns 0 or -1.
-int ConnectFor(Generation generation);
-// Sends "EXIT" on `connection` and closes it. Returns -1 without a connection, or if another thread
-// has begun to disconnect it.
-int Disconnect(const std::shared_ptr<Connection>& connection);
+// Makes `connection` the current one after connect has succeeded. Returns false, and changes
+// nothing, if `generation` has ended. A service that initialises while the receive thread tries to
+// reconnect must not use an unconnected socket.
+bool Publish(const std::shared_ptr<Connection>& connection, Generation generation);
+// Shuts `connection` down. After that it is not the current connection.
+void Withdraw(const std::shared_ptr<Connection>& connection);
 
 }  // namespace orvd_client
-
-// Connects to the Manager's socket for this process. Returns 0 or -1.
-ORVD_EXPORT int connect_to_manager();
-// Sends "EXIT" and disconnects. Returns -1 if there is no connection. Otherwise it returns 0, even
-// if "EXIT" could not be sent.
-ORVD_EXPORT int disconnect_from_manager();

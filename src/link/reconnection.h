@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "link/connection.h"
+#include "link/connect.h"
 #include "orvex_args.h"
 
 namespace orvd_client {

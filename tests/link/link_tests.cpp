@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "link/disconnect.h"
 #include "link/send.h"
 #include "support/script_test.h"
 

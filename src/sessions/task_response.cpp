@@ -1,3 +1,5 @@
+// The answer to "exec_task".
+
 #include <string>
 
 #include "IOrvdClient.h"
