@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "IOrvdClient.h"
-#include "link/connection.h"
+#include "link/send.h"
 #include "wire.h"
 
 namespace {

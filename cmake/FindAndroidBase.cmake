@@ -1,4 +1,4 @@
-# The Android base library: system properties. Debian's android-libbase-dev.
+# Finds the Android base library (system properties), in Debian the package android-libbase-dev.
 # Defines the imported target Android::base.
 include(FindPackageHandleStandardArgs)
 

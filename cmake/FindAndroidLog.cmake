@@ -1,4 +1,4 @@
-# The Android log library. Debian's android-liblog-dev installs headers and library in separate folders.
+# Finds the Android log library. Debian's android-liblog-dev has the headers and the library in folders of their own.
 # Defines the imported target Android::log.
 include(FindPackageHandleStandardArgs)
 

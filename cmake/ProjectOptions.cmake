@@ -1,4 +1,4 @@
-# Options for the targets of this project only, not for other libraries.
+# Options of the project's own targets. The headers of other libraries are compiled without these warnings.
 add_library(orvex_options INTERFACE)
 target_compile_features(orvex_options INTERFACE cxx_std_17)
 target_compile_options(orvex_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
@@ -14,7 +14,7 @@ if(ORVEX_SANITIZE)
   add_compile_options(-fsanitize=${ORVEX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${ORVEX_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # g++ 12 reports a false warning in the standard library's <regex> when a sanitizer is on.
+    # With sanitizers, g++ 12 gives false warnings in the standard library's <regex>.
     target_compile_options(orvex_options INTERFACE -Wno-maybe-uninitialized)
   endif()
 endif()

@@ -1,5 +1,5 @@
-# Cross-builds for the device's processor with Debian's compiler, and runs the result in an emulator.
-# ORVEX_ARM64_SYSROOT holds Debian's arm64 packages; cmake/arm64_sysroot.sh makes it.
+# Cross-builds for the device's processor with Debian's compiler, and runs the programs in an emulator.
+# cmake/arm64_sysroot.sh creates the folder ORVEX_ARM64_SYSROOT, which has Debian's arm64 packages.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
@@ -11,7 +11,7 @@ if(NOT EXISTS "${ORVEX_ARM64_SYSROOT}/packages")
   message(FATAL_ERROR "No arm64 packages in '${ORVEX_ARM64_SYSROOT}'; ./dev arm64 fetches them")
 endif()
 
-# The C library's headers come with the compiler. All other packages are searched only in the sysroot.
+# The compiler has the C library's headers. CMake searches all other packages in the sysroot only.
 set(CMAKE_FIND_ROOT_PATH "${ORVEX_ARM64_SYSROOT}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(kind LIBRARY INCLUDE PACKAGE)

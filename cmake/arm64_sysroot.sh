@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Unpacks Debian's arm64 packages and their dependencies into a folder. apt uses separate lists for this. So the
-# machine's packages, architectures and lists do not change, and no special rights are needed.
+# Unpacks Debian's arm64 packages and their dependencies into a folder. apt uses separate lists for it. So the packages,
+# architectures and lists of the machine do not change, and no privileges are needed.
 # usage: arm64_sysroot.sh FOLDER PACKAGE...
 set -euo pipefail
 
@@ -29,7 +29,7 @@ for package in "$work"/apt/archives/*.deb; do
   dpkg-deb -x "$package" "$work/root"
 done
 
-# The requested packages, then all unpacked packages.
+# Records the requested packages, then all packages that were unpacked.
 {
   echo "$*"
   cd "$work/apt/archives" && ls -- *.deb

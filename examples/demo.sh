@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Serves a service, the sensor hub unless said otherwise, with a Manager peer: two processes on the real socket path, in a
-# /dev of their own. The Manager dies at the end of the first scenario, and is back for the second.
+# Runs a service (by default the sensor hub) against a Manager peer: two processes on the real socket path, in a private
+# /dev. The Manager dies at the end of the first scenario. A new one plays the second.
 # usage: [EMULATOR=COMMAND] [ORVD_SIM=PROGRAM] demo.sh BUILD_FOLDER [SERVICE SCENARIO SCENARIO_OF_THE_RETURN]
 set -euo pipefail
 
@@ -11,8 +11,8 @@ manager_program=${ORVD_SIM:-$build/simulator/orvd-sim}
 program=${2:-$build/examples/sensor_hub_service}
 scenario=${3:-$here/demo.scenario}
 scenario_of_the_return=${4:-$here/demo_return.scenario}
-limit=50 # seconds, for a demonstration that takes a few
-pace=80  # milliseconds before each step, so that log and conversation stand side by side
+limit=50 # seconds; the demonstration takes a few
+pace=80  # milliseconds before each step, so that the log lines appear beside the messages
 
 if [ -z "${ORVEX_PRIVATE_DEV:-}" ]; then
   exec bwrap --die-with-parent --bind / / --dev /dev --dir /dev/socket --setenv ORVEX_PRIVATE_DEV 1 \
@@ -25,12 +25,12 @@ if [ -t 1 ]; then
   color=always dim=$'\e[2m' plain=$'\e[0m'
 fi
 
-# The host's log lines, "name E 01-01 00:00:00 pid tid text", with priority and text kept.
+# Shows the priority and the text of the host's log lines, "name E 01-01 00:00:00 pid tid text".
 show_log() {
   sed -uE "s/^[^ ]+ ([A-Z]) [0-9-]+ [0-9:]+ +[0-9]+ +[0-9]+ (.*)$/\1 \2/; s/^(.*)$/${dim}                          log | \1${plain}/"
 }
 
-# Ends with the limit or with this script, however that ends, and whatever signals the program ignores.
+# Runs a program until the time limit or until this script ends, even if the program ignores signals.
 limited() {
   exec setpriv --pdeathsig TERM timeout --kill-after 3 "$limit" "${emulator[@]}" "$@"
 }
@@ -40,7 +40,7 @@ play() {
   manager=$!
 }
 
-summary=/dev/socket/summary # goes with the private /dev
+summary=/dev/socket/summary # removed together with the private /dev
 : >"$summary"
 play "$scenario"
 for _ in $(seq 100); do

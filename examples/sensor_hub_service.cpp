@@ -1,4 +1,5 @@
-// A sensor hub as a service: copy this file and replace the functions. SIGTERM and SIGINT end it.
+// An example service: a sensor hub. Copy this file and replace the functions. SIGTERM and SIGINT
+// end the process.
 
 #include <json/writer.h>
 #include <unistd.h>
@@ -19,11 +20,11 @@ namespace {
 
 constexpr uint32_t kOpcode = 0xa001;
 constexpr const char* kOpcodeText = "0x0000a001";
-constexpr int kReconnected = SIGHUP;  // told to the main thread, like the next
+constexpr int kReconnected = SIGHUP;  // this signal and the next one are sent to the main thread
 constexpr int kGaveUp = SIGUSR1;
 constexpr unsigned kOfferLimit = 30;  // seconds
 
-// Marker, version 2, then what the Manager is to know of this API.
+// Marker, version 2, and the description of this API for the Manager.
 constexpr const char* kApiDefinition =
     "\x01ORVEX\x01\x02"
     R"({"Orvex":{"opcode":"0xa001","subsystems":[{"id":1,"name":"thermal"},{"id":2,"name":"motion"}],)"
@@ -34,7 +35,7 @@ struct Hub {
   std::atomic<int> open_sessions{0};
 };
 
-// The argument under `key`, or null when the call has none of this type there.
+// Returns the argument under `key`. Returns null if there is none, or if it has another type.
 template <typename T>
 const T* Find(const orvex_typed_map_t* queue, int key, orvex_data_type_t type) {
   if (queue == nullptr || queue->count(key) == 0 || queue->at(key).first != type) {
@@ -43,7 +44,8 @@ const T* Find(const orvex_typed_map_t* queue, int key, orvex_data_type_t type) {
   return &static_cast<const ParamValues<T>&>(*queue->at(key).second).value;
 }
 
-// The library leaves the member maps of structs to the service, whether it reads them or not.
+// The library never deletes the member maps of structs. The service must delete them, even if it
+// does not read them.
 void DeleteMemberMaps(const orvex_func_call_info_t& args) {
   if (args.typed_queue == nullptr) {
     return;
@@ -56,18 +58,18 @@ void DeleteMemberMaps(const orvex_func_call_info_t& args) {
   }
 }
 
-// The library does not escape what it puts into messages.
+// Returns `text` escaped and in quotation marks, because the library does not escape texts.
 std::string Quoted(const std::string& text) {
   return Json::valueToQuotedString(text.c_str());
 }
 
-// The same, for what the library puts between quotation marks itself.
+// The same without the quotation marks, for texts that the library puts between quotation marks.
 std::string Escaped(const std::string& text) {
   const std::string quoted = Quoted(text);
   return quoted.substr(1, quoted.size() - 2);
 }
 
-// The functions write the body of the answer, or return false for arguments they cannot use.
+// The functions write the body of the answer. They return false if they cannot use the arguments.
 
 bool ReadTemperature(std::string& body) {
   body = R"("celsius":21.5,"sensor":"skin")";
@@ -99,7 +101,7 @@ bool Average(const orvex_func_call_info_t& args, std::string& body) {
   return true;
 }
 
-// A struct is found by its position in the list, here the first.
+// The key of a struct is its position in the argument list, here 0.
 bool Configure(const orvex_func_call_info_t& args, std::string& body) {
   auto* const* members = Find<orvex_typed_map_t*>(args.typed_queue, 0, ORVEX_STRUCT);
   if (members == nullptr) {
@@ -116,12 +118,12 @@ bool Configure(const orvex_func_call_info_t& args, std::string& body) {
   return true;
 }
 
-// Asks the Manager and waits for it, as a task may: it has a thread of its own.
+// Asks the Manager and waits for the answer. A task may do so, because it has its own thread.
 bool CheckAccess(const orvex_func_call_info_t& args, std::string& body) {
   const auto* session = Find<uint32_t>(args.typed_queue, 1, ORVEX_UINT32);
   const std::vector<bool> granted =
       session != nullptr ? orvd_permission_query(*session, {"sensor.read"}) : std::vector<bool>();
-  if (granted.size() != 1) {  // no session named, or no answer within three seconds
+  if (granted.size() != 1) {  // the session argument is missing, or no answer within 3 seconds
     return false;
   }
   std::string client = "unknown";
@@ -142,10 +144,10 @@ bool RunFunction(const orvex_func_call_info_t& args, std::string& body) {
          (named("check_access") && CheckAccess(args, body));
 }
 
-// Any number of these run at once, each on its own thread.
+// Runs one task. Any number of tasks run at the same time, each on its own thread.
 int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   call->opcode = kOpcodeText;
-  call->name = Escaped(args.func_name);  // the caller's own text
+  call->name = Escaped(args.func_name);  // this text comes from the client, so it is not trusted
   if (!RunFunction(args, call->result)) {
     call->result = "-1";
     call->ret = -1;
@@ -154,7 +156,7 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   return 0;
 }
 
-// On the library's receive thread: nothing here may wait for the Manager.
+// Called on the library's receive thread, so it must not wait for the Manager.
 int OnEvent(int /*service_id*/, orvd_req_t* req, void* user_data) {
   auto* hub = static_cast<Hub*>(user_data);
   if (req->type == ORVD_SESSION_START) {
@@ -162,16 +164,16 @@ int OnEvent(int /*service_id*/, orvd_req_t* req, void* user_data) {
   } else if (req->type == ORVD_SESSION_END) {
     --hub->open_sessions;
   } else if (req->type == ORVD_RECONNECTED) {
-    kill(getpid(), kReconnected);  // the main thread starts anew
+    kill(getpid(), kReconnected);  // the main thread initialises again
   }
   printf("hub: event %d, %d open sessions\n", req->type, hub->open_sessions.load());
   return 0;
 }
 
-// These calls wait for the Manager without limit; one that dies meanwhile must not hold the
-// service.
+// These calls wait for the Manager without limit. The alarm ends the process if the Manager dies
+// meanwhile.
 void Offer(Hub& hub) {
-  alarm(kOfferLimit);  // ends the process, for init to start it again
+  alarm(kOfferLimit);  // ends the process; init then starts it again
   hub.service_id = orvd_svc_init();
   const auto id = static_cast<uint32_t>(hub.service_id);
   if (hub.service_id < 0 ||
@@ -192,14 +194,14 @@ int main() {
   for (const int number : {SIGTERM, SIGINT, kReconnected, kGaveUp}) {
     sigaddset(&awaited, number);
   }
-  pthread_sigmask(SIG_BLOCK, &awaited, nullptr);  // before there are threads, which inherit it
-  static Hub hub;  // the library's threads may use it until the process is gone
+  pthread_sigmask(SIG_BLOCK, &awaited, nullptr);  // before other threads start: they inherit it
+  static Hub hub;  // the library's threads may use it until the process has ended
   int received = kReconnected;
   while (received == kReconnected) {
-    std::thread(Offer, std::ref(hub)).detach();  // can be left behind when a signal comes
+    std::thread(Offer, std::ref(hub)).detach();  // may still wait when a signal comes
     sigwait(&awaited, &received);
     orvd_svc_deinit(static_cast<unsigned>(hub.service_id));
   }
-  // The library's threads may still be on their way out: destroy nothing under them.
+  // Threads of the library may still run. quick_exit destroys nothing that they use.
   std::quick_exit(received == kGaveUp ? 1 : 0);
 }

@@ -23,7 +23,7 @@ void TryInput(const std::string& input) {
   Json::Value json;
   orvex_func_call_info_t task{};
   Try(task, [&] {
-    if (ParseMessage(input.data(), input.size(), json)) {
+    if (orvd_client::ParseMessage(input.data(), input.size(), json)) {
       const int result = AddParamsToQueues(json, &task);
       Require(result == 0 || result == -1, "result");
       const size_t queued = task.typed_queue != nullptr ? task.typed_queue->size() : 0;

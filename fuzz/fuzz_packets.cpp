@@ -57,7 +57,7 @@ void TryInput(const std::string& input) {
   std::vector<std::future<void>> callers;
   for (const Call& call : kCallTable) {
     if (input.find(call.mark) < marks) {
-      const std::string id = std::to_string(NextQueryId() + 1);
+      const std::string id = std::to_string(orvd_client::NextQueryId() + 1);
       AwaitMessage(kCalls, [&] {
         callers.push_back(std::async(std::launch::async, [&call] {
           role = kCalls;

@@ -14,13 +14,16 @@
 #include <system_error>
 #include <vector>
 
-#include "link/dispatch.h"
-#include "link/log.h"
+#include "base/log.h"
+#include "client/dispatch.h"
+#include "client/svc_init.h"
 #include "link/message_parser.h"
-#include "link/state.h"
+#include "link/service_id.h"
 #include "registration/ready_table.h"
 #include "sessions/session_table.h"
 #include "support/taken_args.h"
+
+using namespace orvd_client;
 
 // The allocations that a refused task never frees, on purpose. All other leaks are reported.
 extern "C" const char* __lsan_default_suppressions() {

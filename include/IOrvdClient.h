@@ -1,46 +1,130 @@
-// liborvex2_0: offers the functions of a vendor service process through the ORVEX Manager.
+// liborvex2_0: lets a vendor service process offer functions through the ORVEX Manager.
 //
-// A service calls, on a thread of its own and in this order: orvd_svc_init; for each opcode
-// _orvd_svc_register_auth and _orvd_svc_ready; then it waits. The library's receive thread calls
-// the session-state callbacks; each task runs on a thread of its own. orvd_svc_deinit ends it.
+// Terms
+// -----
 //
-// Results. 0 for success; -1 failed; -2 wrong service id or bad argument; -3 not initialised.
+//   Manager         the system daemon that connects clients to services
+//   opcode          the 32-bit number of one API that the service offers
+//   subsystem       a part of that API; its 32-bit number is the subsystem id
+//   pair            an opcode and the id of one of its subsystems
+//   session         what the Manager opens for a client; it contains pairs
+//   task            one call of a service function, sent by the Manager for a pair of a session
+//   ready table     the library's table of the opcodes that are ready, with their callbacks
+//   event           what the library reports to a session-state callback, see orvd_status_t
+//   notification    an event about a permission, a state or a system setting
+//   receive thread  the library's thread that reads all messages from the Manager
 //
-// Callbacks run on the receive thread, which alone delivers the Manager's answers. A callback must
-// not call what waits for one: orvd_svc_init, _orvd_svc_register_auth, _orvd_svc_ready (they would
-// never return) or a query (it would end by its time-out). The one exception is the event
-// ORVD_RECONNECTED: its receive thread is about to end, so that callback may call orvd_svc_deinit
-// and orvd_svc_init, and after these register and ready, other opcodes than those whose calls still
-// wait for the lost Manager. orvd_status_t names the lock that is held
-// during each event. Locks are not recursive: what takes the lock held must not be called, and
-// orvd_svc_deinit and _orvd_svc_ready take the ready-table lock. A callback that is told of an
-// event without a lock should return at once all the same: nothing is read meanwhile.
+// Usage
+// -----
+// A service calls these functions on a thread of its own, in this order:
 //
-// Tasks may call everything, queries included, but orvd_svc_init, orvd_svc_deinit and, with their
-// own arguments, ClearParamsFromQueues. A task does not end with its session: its answer is sent all
-// the same.
+// 1. orvd_svc_init
+// 2. for each opcode _orvd_svc_register_auth, then _orvd_svc_ready
+// 3. orvd_svc_deinit, before it stops
 //
-// Waiting. orvd_svc_init, _orvd_svc_register_auth and _orvd_svc_ready wait for the Manager's answer
-// without limit, also when the Manager goes away meanwhile. A service that cannot accept that
-// limits the call by ending its process (alarm, a watchdog): exit is prompt while they wait. Every
-// call that sends, orvd_svc_deinit included, waits while the Manager does not read and the socket's
-// buffer is full; connecting waits while a Manager that does not accept has its queue full.
+// After the second step the receive thread calls the session-state callbacks of the service.
+// Each task runs on a new thread.
 //
-// Texts are never null unless said, end at their first NUL, and go into messages unescaped: a
-// quotation mark in one makes a message that the Manager cannot read, and it may never answer.
-// A message above the socket's send buffer (about 212 kB unless the system says otherwise) is not
-// sent; the call fails like any failed send.
+// Results
+// -------
+// Functions with a result code return these values. A function states where it differs.
 //
-// The socket is the shared one on user builds. On debuggable builds the calling thread's name and
-// the properties "vendor.orvex.one.service" and "vendor.orvex.one.plix" choose between it and the
-// dedicated one; a reconnecting receive thread has inherited the name of the thread that
-// initialised, so name that thread before and not after.
+//   0   success
+//   -1  failure
+//   -2  wrong service id or bad argument
+//   -3  the library is not initialised
 //
-// Log. Every line goes to the Android log with a null tag. The property
-// "persist.vendor.orvex.clientlib.debug_level" (default 4, read by orvd_svc_init) opens lines up to
-// its level: 1 failures, 2 and 3 detail, 4 progress. docs/LOGS.md explains the lines.
+// Threads and callbacks
+// ---------------------
+// Session-state callbacks run on the receive thread.
+// The library reads no message while a callback runs, so every callback must return quickly.
 //
-// One client per process. The library's state outlives main: exit is safe at any time.
+// The receive thread also delivers the Manager's answers. A callback must therefore not call a
+// function that waits for an answer:
+//
+// - orvd_svc_init, _orvd_svc_register_auth and _orvd_svc_ready would never return.
+// - A query would return only after its time-out.
+//
+// The library holds a lock during most callbacks. orvd_status_t names the lock for each event.
+// The locks are not recursive: a callback must not call a function that takes the same lock.
+// orvd_svc_deinit and _orvd_svc_ready take the ready-table lock.
+//
+// A callback must not call orvd_svc_deinit either. There are two exceptions, because the library
+// holds no lock during these events:
+//
+// - An ORVD_TERMINATED callback may call orvd_svc_deinit.
+// - An ORVD_RECONNECTED callback may call orvd_svc_deinit and then initialise the service again.
+//
+// To initialise again, it calls orvd_svc_init, and then _orvd_svc_register_auth and
+// _orvd_svc_ready. These calls return there, because orvd_svc_init starts a new receive thread that
+// delivers the answers. An earlier call on another thread may still wait for the answer to a
+// registration or readiness. The callback must not use the opcode of such a call.
+//
+// A task function may call every function with three exceptions: orvd_svc_init, orvd_svc_deinit,
+// and ClearParamsFromQueues with its own arguments. A task continues when its session ends, and its
+// answer is still sent.
+//
+// An exception that leaves a callback or a task function ends the process.
+//
+// Blocking
+// --------
+// orvd_svc_init, _orvd_svc_register_auth and _orvd_svc_ready wait for the Manager's answer without
+// a time limit. They continue to wait when the Manager closes the connection. A service can limit
+// such a call only by ending its process, for example with alarm or a watchdog. The process can
+// exit at any time, also while a call waits.
+//
+// A function that sends a message blocks while the Manager does not read and the socket's buffer is
+// full. orvd_svc_deinit is such a function. Connecting blocks while the Manager accepts no
+// connection and its queue of connections is full.
+//
+// Texts
+// -----
+// A pointer to a text must not be null, unless the function says that it may be.
+// The library copies texts into messages without escaping. A quotation mark in a text can make the
+// message invalid JSON, and the Manager may then never answer. A NUL character inside a std::string
+// cuts off the rest of the whole message.
+//
+// A message larger than the socket's send buffer is not sent, and the call fails like any failed
+// send. The size of this buffer is about 212 kB by default.
+//
+// Socket
+// ------
+// The Manager has a shared socket and a dedicated socket. The library uses the dedicated socket
+// only on debuggable builds, that is where "ro.build.type" is "userdebug" or "eng". There it
+// compares the name of the thread that connects with the properties "vendor.orvex.one.service" and
+// "vendor.orvex.one.plix". If they match, the process is the dedicated client. docs/ANDROID.md
+// explains the rule.
+//
+// The receive thread inherits the name of the thread that calls orvd_svc_init. It reconnects under
+// that name. Name the thread before it calls orvd_svc_init, and do not rename it later.
+//
+// Log
+// ---
+//
+// The library writes its lines to the Android log without a tag. The property
+// "persist.vendor.orvex.clientlib.debug_level" is the debug level, 4 by default. orvd_svc_init
+// reads it, unless the library is already initialised. Before the first call the debug level is 0.
+// A line is written if its own level is not above the debug level:
+//
+//   0  always written
+//   1  failures
+//   2  warnings
+//   3  details
+//   4  progress
+//
+// docs/LOGS.md explains the lines.
+//
+// Trust
+// -----
+// The library trusts the Manager: some messages end the process, for example a message with a
+// member of the wrong kind.
+// The log shows the first 250 characters of each message that the library sends, at every debug
+// level. The token of _orvd_svc_register_auth can be among them. docs/ANDROID.md has the details.
+//
+// Process
+// -------
+// A process has one client. The library never destroys its state, because its threads can run until
+// the process exits.
 
 #pragma once
 
@@ -56,81 +140,130 @@ extern "C" {
 
 // --- Lifecycle
 
-// Connects to the Manager, starts the receive thread and obtains the service id.
+// Connects to the Manager, starts the receive thread and obtains the service id. If the library is
+// already initialised, the call only returns the present service id.
 //
-// Returns the service id (0 or more); the id of the present initialisation when there is one; -1
-// when the Manager cannot be reached, the thread not started or the request not sent; the negative
-// id that a refusing Manager gave. After a negative id other than -1 the library counts as
-// initialised under it.
-// The request is not sent either when the Manager has closed the connection meanwhile. A later call
-// may succeed.
-// Waits without limit for the Manager's answer.
-// Call it and orvd_svc_deinit from one thread at a time: a service thread, or an ORVD_RECONNECTED
-// callback.
+// Returns the service id, which is 0 or greater, or a negative number:
+//
+//   -1     the Manager cannot be reached, the receive thread cannot be started, the request cannot
+//          be sent, or the Manager refuses the service with -1; a later call can succeed
+//   other  the Manager refuses the service with this number
+//
+// After a negative number other than -1 the library counts as initialised. Call orvd_svc_deinit
+// with that number before the next attempt.
+//
+// Blocks without a time limit until the Manager answers.
+// Call orvd_svc_init and orvd_svc_deinit from one thread at a time. This must be a service thread
+// or the receive thread in an ORVD_RECONNECTED callback.
 ORVD_EXPORT int orvd_svc_init(void);
 
-// Says goodbye, closes the connection, and forgets the registered pairs, the ready opcodes and the
-// service id. Ends a reconnection under way.
+// Sends DINT and EXIT to the Manager and closes the connection. Removes all supported pairs, all
+// ready opcodes and the service id. Stops a reconnection that is in progress.
 //
-// Returns 0; -2 when the library is initialised under another id; -3 when it is not initialised.
-// The receive thread ends at once, or after the message that it is working on; it says nothing more
-// to the Manager. Running tasks go on; their answers go to whichever connection stands when they
-// end, or fail to be sent. Open sessions are kept, and the Manager's next tasks for them run once
-// their opcodes are ready again; but when the Manager has closed the connection and an opcode is
-// ready, the sessions are removed without a callback.
-// A registration or readiness that another thread is calling leaves no pair and no ready opcode
-// behind. It returns -1; it waits without limit when its request was sent and the receive thread has
-// not yet delivered the answer.
-// When the Manager was lost and the present connection has not been initialised, nothing is sent
-// and the connection stays for the next orvd_svc_init, unless this process is the dedicated client.
-// Does not wait for the receive thread, but for a notification callback that is running; such a
-// callback must not wait for it.
-// May be called in an ORVD_TERMINATED or ORVD_RECONNECTED callback, in no other.
+// The call sends nothing and leaves the connection open in two cases. The next orvd_svc_init then
+// uses this connection. Neither case applies to the dedicated client.
+//
+// - The Manager refused the service: orvd_svc_init returned a negative number other than -1.
+// - The library has reconnected after a loss of the Manager, and is not initialised again.
+//
+// Returns a result code:
+//
+//   0   done, also when a message could not be sent
+//   -2  the library is initialised under another id
+//   -3  the library is not initialised
+//
+// The library keeps open sessions and calls no callback for them. After the next initialisation
+// their tasks run again as soon as their opcodes are ready.
+// It removes the sessions, without a callback, if an opcode is ready and the Manager has closed the
+// connection. A reset of the connection does not count here; see ORVD_TERMINATED.
+//
+// Running tasks continue. Each answer is sent on the connection that exists when the task ends. If
+// there is none, the answer is lost.
+// The receive thread finishes the message that it handles, sends nothing more, and ends.
+//
+// If another thread is inside _orvd_svc_register_auth or _orvd_svc_ready, its call leaves no
+// supported pair and no ready opcode behind. It ends in one of these ways:
+//
+//   its request is not sent                          it fails
+//   its request is sent, but no answer is delivered  it waits without a time limit
+//   the answer is delivered                          _orvd_svc_register_auth returns -1
+//                                                    _orvd_svc_ready returns the Manager's result,
+//                                                    which can be 0
+//
+// Blocks while a notification callback runs, because both need the ready-table lock. Such a
+// callback must not wait for this call. The call does not wait for the receive thread or for tasks.
+// Call it on the same threads as orvd_svc_init, or in an ORVD_TERMINATED callback.
 ORVD_EXPORT int orvd_svc_deinit(unsigned int svc_id);
 
-// Writes `text` to the log as a marker, and sends it to the Manager when this process is the
-// dedicated client and "vendor.orvex.one.markers" was true at connection. Any thread.
+// Writes a marker line with `text` to the log. Also sends `text` to the Manager if the dedicated
+// socket was chosen at the last attempt to connect and the property "vendor.orvex.one.markers" was
+// true then.
+// Call it on any thread, also in a callback.
 ORVD_EXPORT void orvd_log_marker(const char* text);
 
 // --- Registration
 
-// Registers `opcode` with its API definition. On success every subsystem that the definition lists
-// is supported for the opcode.
+// Registers `opcode` with its API definition and the service's token. On success the library
+// supports every subsystem that the definition lists for this opcode.
 //
-// `api_def`: the seven bytes "\x01" "ORVEX" "\x01" (may be left out), the version byte 2, then JSON
-// text: an object with an object "Orvex", holding "opcode" (hexadecimal text) and "subsystems" (a
-// list of objects with an "id"). Null counts as missing. The JSON travels to the Manager as it
-// stands.
-// Returns 0; -1 unsupported version, definition that does not parse or has members of the wrong
-// kind, not sent, or refused; -2 null `api_def` or `token`, foreign `service_id`, or another opcode
-// in the definition; -3 not initialised.
-// Both texts are read during the call only.
-// Waits without limit for the Manager's verdict.
-// Register an opcode from one thread at a time: of several callers for the same opcode only the
-// first is woken by an answer, and a call that waits since before a loss of the Manager counts: it
-// takes the answer to the next registration. Call from a service or task thread, or as said above
-// from an ORVD_RECONNECTED callback.
+// `api_def` has three parts: a marker, the version and JSON text.
+//
+// - The marker is the seven bytes "\x01" "ORVEX" "\x01". It may be missing or cut short.
+// - The version is the byte 2.
+// - The JSON text is an object with an object "Orvex", and is sent to the Manager unchanged.
+//
+// "Orvex" has the members "opcode" and "subsystems". "opcode" is hexadecimal text. "subsystems" is
+// a list of objects that have a number "id". A JSON null counts as a missing member.
+//
+// Returns a result code:
+//
+//   0   registered
+//   -1  the version is not 2, the definition does not parse, a member of it has the wrong kind, the
+//       request cannot be sent, the Manager refuses, or another thread deinitialises meanwhile
+//   -2  `service_id` is not the id of this service, `api_def` or `token` is null, or the definition
+//       has another opcode
+//   -3  the library is not initialised
+//
+// The library reads both texts only during the call.
+//
+// Blocks without a time limit until the Manager answers.
+// Call it on a service thread, on a task thread, or in an ORVD_RECONNECTED callback.
+// Register an opcode from one thread at a time. If several calls for one opcode wait, an answer
+// wakes only the first of them, and the others never return. A call that has waited since before a
+// loss of the Manager counts as the first.
 ORVD_EXPORT int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode,
                                             const char* api_def, const char* token);
 
-// Refused: logs that it is deprecated and returns -1, whatever the arguments.
+// Deprecated. Writes one log line and returns -1, whatever the arguments are.
 ORVD_EXPORT int32_t _orvd_svc_register(...);
 
 // --- Readiness
 
-// Declares `opcode` ready. Its callbacks can be called from before this returns.
+// Makes `opcode` ready: sessions of it can start, and its callbacks can be called. The library can
+// call them before this function returns.
 //
-// Returns 0; -1 not sent (the opcode stays usable), or refused (the opcode is then not ready, even
-// if it was before); -2 foreign `service_id`; -3 not initialised (nothing sent).
-// `user_data` must stay valid after orvd_svc_deinit, for the receive thread works off the message
-// at hand with its callbacks; simplest is for the life of the process.
-// Waits without limit for the Manager's answer.
-// A second call for a ready opcode asks the Manager again and keeps the first callbacks. There is
-// no call that withdraws one opcode. An opcode without `state_callback` hears no notification and
-// starts no session, and when it is the lowest one, nobody hears that the Manager has gone or is
-// back; one without `task_function` runs no task.
-// Make an opcode ready from one thread at a time. Call from a service or task thread, or as said
-// above from an ORVD_RECONNECTED callback.
+// Returns a result code:
+//
+//   0   the opcode is ready
+//   -1  the request cannot be sent; the opcode is ready all the same
+//   -1  the Manager refuses; the opcode is not ready, even if it was ready before
+//   -1  another thread deinitialises meanwhile; the opcode is not ready, see orvd_svc_deinit
+//   -2  `service_id` is not the id of this service; nothing is sent
+//   -3  the library is not initialised; nothing is sent
+//
+// `user_data` belongs to the service and must stay valid, even after orvd_svc_deinit: the receive
+// thread can still be in a callback then. The simplest way is to never free it.
+//
+// A second call for a ready opcode asks the Manager again and keeps the first callbacks. No
+// function makes a single opcode not ready again.
+//
+// `state_callback` may be null. The opcode then receives no event, and no session of it starts. If
+// it is the lowest ready opcode, ORVD_TERMINATED and ORVD_RECONNECTED are not reported to anyone.
+// `task_function` may be null. No task of the opcode runs then.
+//
+// Blocks without a time limit until the Manager answers.
+// Call it on a service thread, on a task thread, or in an ORVD_RECONNECTED callback.
+// Make an opcode ready from one thread at a time.
 ORVD_EXPORT int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode,
                                     orvd_state_callback_t state_callback, void* user_data,
                                     orvd_task_function_t task_function);
@@ -138,63 +271,80 @@ ORVD_EXPORT int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode,
 }  // extern "C"
 
 // --- Supported pairs
-// Any thread, callbacks included. None of them blocks.
+// The pairs for which sessions can start. Call these functions on any thread, also in a callback.
+// None of them blocks.
 
-// Adds the pair; a pair that is there already stays. Always returns 1.
+// Adds the pair, unless it is already supported. Always returns 1.
 ORVD_EXPORT int supported_services_add(uint32_t opcode, uint32_t ssid);
-// Whether the pair is there: sessions start only such pairs.
+// Returns true if the pair is supported.
 ORVD_EXPORT bool is_service_supported(uint32_t opcode, uint32_t ssid);
-// Removes all pairs. orvd_svc_deinit does so too; pairs of open sessions stay open.
+// Removes all supported pairs. Pairs that are already part of a session stay in it.
 ORVD_EXPORT void supported_services_clear();
 
 // --- Answers
 
-// Sends the answer that `call` holds. The library does this itself after each task, with an empty
-// `req_type`. `req_type` shows only in the short form (`transac_id` -1). A failed send is logged,
-// not reported.
+// Sends the answer that `call` contains to the Manager. The library calls this function itself
+// after each task, with an empty `req_type`.
+// `req_type` is used only in the short answer, which is sent when `transac_id` is -1.
+// The caller keeps `call`. A failed send is only logged.
 ORVD_EXPORT void orvd_send_response(_orvex_call_info_t* call, std::string req_type);
 
 // --- Queries
-// Each waits for the Manager's answer for three seconds at most. Any number may wait at once, each
-// for its own answer; one that comes late is dropped. From a callback a query cannot be answered,
-// because the receive thread is busy with the callback: it ends by its time-out, and the thread
-// goes on.
-// Call from service and task threads. An answer whose list holds what cannot be read as numbers
-// (permissions) or texts (items) ends the process.
-
-// Asks whether the client behind the session holds the permissions.
+// A query waits for the Manager's answer for at most three seconds. Several queries can wait at the
+// same time, and each receives its own answer. An answer that arrives later is dropped.
 //
-// Returns what the Manager says, true for granted: one element for each permission when it answers
-// in full, so compare the sizes; one false when it refuses to answer; none after the time-out; all
-// false (one false when none was asked for) when the request could not be sent. Before
-// initialisation the request is sent as from service -1, if there is a connection.
+// Call queries on service threads and task threads. In a callback the receive thread cannot deliver
+// the answer: the query returns after its time-out, and the receive thread then continues.
+//
+// Some answers end the process, for example a permission result that cannot be read as a number of
+// 32 bits, or an item of information that is a list or an object.
+
+// Asks the Manager whether the client of the session has the permissions.
+//
+// Returns what the Manager answers. True means granted:
+//
+//   full answer        one element for each result that the Manager sends; compare the sizes
+//   refusal            one false
+//   no answer in time  empty
+//   not sent           one false for each permission; one false if there are no permissions
+//
+// If the library is not initialised but has a connection, the request names the service id -1.
 ORVD_EXPORT std::vector<bool> orvd_permission_query(uint32_t session_id,
                                                     std::vector<std::string> permissions);
 
-// Asks for named information items in the context of the session.
+// Asks the Manager for named items of information about the session.
 //
-// Returns the Manager's result texts, "SUCCESS:value" or "ERROR:reason", as many as it sends; none
-// after the time-out; {"ERROR:Empty requested info"} at once when no item is named; as many empty
-// texts as items, modulo 256, when the request could not be sent.
+// Returns texts of the form "SUCCESS:value" or "ERROR:reason":
+//
+//   answer             the texts that the Manager sends; compare the sizes
+//   no answer in time  empty
+//   no item named      {"ERROR:Empty requested info"}, and nothing is sent
+//   not sent           one empty text for each item; the number of items is taken modulo 256
 ORVD_EXPORT std::vector<std::string> orvd_info_query(uint32_t session_id,
                                                      std::vector<std::string> infos);
 
-// The same as a standing request. What the Manager sends later because of it is not part of this
-// call.
+// The same for a standing request. The call returns the Manager's first answer. The library drops
+// later answers to the same request.
 ORVD_EXPORT std::vector<std::string> orvd_info_monitor(uint32_t session_id,
                                                        std::vector<std::string> infos);
 
-// The elements in double quotes, joined by commas; nothing is escaped.
+// Returns the elements in double quotes, separated by commas. Nothing is escaped.
 ORVD_EXPORT std::string vector_to_string_with_quotes(const std::vector<std::string>& elements);
 
-// Splits a result string at its first colon. Returns 0 for "SUCCESS", -1 for "ERROR", with the rest
-// in `out`; -1 with "Empty result" or "Invalid result" in `out` for anything else.
+// Splits a result of orvd_info_query or orvd_info_monitor at its first colon.
+//
+// Returns 0 or -1:
+//
+//   0   the text before the colon is "SUCCESS"; `out` is the text after it
+//   -1  the text before the colon is "ERROR"; `out` is the text after it
+//   -1  `result` is empty; `out` is "Empty result"
+//   -1  anything else; `out` is "Invalid result"
 ORVD_EXPORT int parse_result_of_query_info(std::string result, std::string& out);
 
 // --- Constants
 
-// The API-definition version that registration accepts: 2.
+// The version of API definitions that _orvd_svc_register_auth accepts: 2.
 extern ORVD_EXPORT const uint8_t ORVD_JSON_DEF_VER_ARR[1];
 
-// "[]," for services that take lists in texts apart. The library does not read it.
+// The characters "[]" and "," for services that split lists in texts. The library does not use it.
 extern ORVD_EXPORT const char deliminator[4];

@@ -1,5 +1,5 @@
-// Conversions between texts and values, for services. Any thread. They never throw; none of them
-// blocks.
+// Conversions between texts and values, for services. Call them on any thread. They do not block
+// and do not throw.
 
 #pragma once
 
@@ -9,17 +9,25 @@
 #define ORVD_EXPORT __attribute__((visibility("default")))
 #endif
 
-// Decimal text to a number: white space and a sign may lead, what follows the digits is ignored
-// ("12abc" is 12). Returns 0 with `*out` set; -1 with `*out` untouched, after one log line that
-// says why, always written: for text that begins with no number, and for one out of range.
+// Converts decimal text to a number. White space and a sign may precede the digits. Characters
+// after the digits are ignored: "12abc" is 12.
+//
+// Returns 0 or -1:
+//
+//   0   `*out` is the number
+//   -1  the text does not begin with a number, or the number is out of range; `*out` is unchanged
+//
+// A failure writes one log line at every debug level.
 ORVD_EXPORT int stoi_validation(std::string s, int* out);
-// The same for an unsigned number. The text is read as 64 bits wide and cut to 32: "4294967296" is
-// 0, "-1" is 4294967295.
+// The same for an unsigned number of 32 bits. The text is read as a number of 64 bits, and only its
+// low 32 bits are stored: "4294967296" is 0, and "-1" is 4294967295.
 ORVD_EXPORT int stoul_validation(std::string s, unsigned* out);
-// The same as wide as it is read: "-1" is the largest number.
+// The same for an unsigned number of 64 bits. "-1" is the largest number.
 ORVD_EXPORT int stoull_validation(std::string s, unsigned long* out);
 
-// "true" or "false".
+// Sets `*out` to "true" or "false".
 ORVD_EXPORT void orvex_bool_to_string(bool b, std::string* out);
-// Exactly "true" or "false", else -1 with `*out` untouched and nothing logged.
+// Converts exactly "true" or "false".
+//
+// Returns 0, or -1 for any other text. `*out` is then unchanged, and nothing is logged.
 ORVD_EXPORT int orvex_string_to_bool(std::string s, bool* out);

@@ -1,5 +1,5 @@
-// The arguments of one task: data types, value holders, the two queues, and the decoders that fill
-// them.
+// The arguments of one task: data types, holders of values, the two queues, and the decoders that
+// fill the queues.
 
 #pragma once
 
@@ -16,10 +16,10 @@
 #define ORVD_EXPORT __attribute__((visibility("default")))
 #endif
 
-// The type of an argument. Its name in a message stands beside it. A vector is queued under
-// ORVEX_VECTOR_OF(element type), 17 to 29, never under ORVEX_VECTOR.
+// The type codes of arguments, with the name of each type in messages. The queues never contain
+// ORVEX_VECTOR: a vector has the code ORVEX_VECTOR_OF(element type), which is 17 to 29.
 enum orvex_data_type_t : int32_t {
-  ORVEX_NONE = 0,       // "none", and every unknown name: skipped
+  ORVEX_NONE = 0,       // "none" and all unknown names; skipped
   ORVEX_UINT8 = 1,      // "uint8"
   ORVEX_UINT16 = 2,     // "uint16"
   ORVEX_UINT32 = 3,     // "uint32"
@@ -31,65 +31,96 @@ enum orvex_data_type_t : int32_t {
   ORVEX_DOUBLE = 9,     // "double"
   ORVEX_STRING = 10,    // "string"
   ORVEX_BOOLEAN = 11,   // "boolean"
-  ORVEX_ENUM = 12,      // "enum", held as int32_t
-  ORVEX_BNRY_BLB = 13,  // "bnry_blb", held as the text it came as
-  ORVEX_CB = 14,        // "cb": skipped
+  ORVEX_ENUM = 12,      // "enum"
+  ORVEX_BNRY_BLB = 13,  // "bnry_blb", a text that is not converted
+  ORVEX_CB = 14,        // "cb"; skipped
   ORVEX_VECTOR = 15,    // "vector"
   ORVEX_STRUCT = 16,    // "struct"
 };
 
-// The type under which a vector of `element` is queued.
+// Returns the type code of a vector whose elements have the type `element`.
 constexpr orvex_data_type_t ORVEX_VECTOR_OF(orvex_data_type_t element) {
   return static_cast<orvex_data_type_t>(ORVEX_STRUCT + element);
 }
 
-// Holds one value. Made only by std::make_shared<ParamValues<T>>, so that the last reference
-// destroys the whole object although there is no virtual destructor.
+// The base of all holders. A holder contains one value.
+// Make holders only with std::make_shared<ParamValues<T>>: the shared pointer then destroys the
+// whole object, although there is no virtual destructor.
 struct ValuesInterface {
   uint32_t reserved;  // 0
 };
 
-// The holder of a value of type T. Which T it is, only the type beside it in the typed queue says.
+// The holder of a value of type T. The holder does not store what T is. The type code beside it in
+// the typed queue determines T: see the table at orvex_func_call_info_t.
 template <typename T>
 struct ParamValues : ValuesInterface {
-  // Holds `initial`.
+  // Makes a holder of `initial`.
   explicit ParamValues(T initial) : ValuesInterface{}, value(std::move(initial)) {}
-  T value;  // the argument
+  T value;  // the value
 };
 
-// Holders by key.
+// Keys and holders.
 using orvex_value_map_t = std::map<int, std::shared_ptr<ValuesInterface>>;
-// Types and holders by key.
+// Keys, type codes and holders.
 using orvex_typed_map_t =
     std::map<int, std::pair<orvex_data_type_t, std::shared_ptr<ValuesInterface>>>;
 
 // The decoded arguments of one task.
 //
-// Key: the argument's "id"; for a struct its position in the list, counted from 0. Where two
-// arguments have one key, the first stays and the other is dropped. Skipped arguments have no
-// entry; with no entry at all both pointers are null. Holder of an entry, by its type in
-// `typed_queue`:
+// An entry of the queues has a key. For a struct the key is its position in the argument list,
+// counted from 0. For every other argument it is the "id" of the argument. If two arguments have
+// the same key, the first stays and the other is dropped. A skipped argument has no entry. If there
+// is no entry, both pointers are null.
 //
-//   1 to 13       ParamValues<T> of the type above
-//   17 to 29      ParamValues<std::vector<T>> of the type less 16
-//   16 (struct)   ParamValues<orvex_typed_map_t*> in `typed_queue`, and
-//                 ParamValues<orvex_value_map_t*> in `value_queue`
+// Both queues have an entry for the same keys. The type code in `typed_queue` determines the type
+// of the holder:
 //
-// The maps of a struct hold its members by their "id", and belong to the service: the library never
-// deletes them, so whoever gets a struct deletes both. When a later argument of the list is
-// refused, or the key is taken, the maps of a struct decoded before are lost.
+//   1 to 13   one value: ParamValues<T>
+//   17 to 29  a vector: ParamValues<std::vector<T>>
+//   16        a struct: ParamValues<orvex_typed_map_t*> in `typed_queue`
+//             and ParamValues<orvex_value_map_t*> in `value_queue`
+//
+// T depends on the type code:
+//
+//   1, 17   uint8_t
+//   2, 18   uint16_t
+//   3, 19   uint32_t
+//   4, 20   uint64_t
+//   5, 21   int8_t
+//   6, 22   int16_t
+//   7, 23   int32_t
+//   8, 24   int64_t
+//   9, 25   double
+//   10, 26  std::string
+//   11, 27  bool
+//   12, 28  int32_t (enum)
+//   13, 29  std::string (bnry_blb)
+//
+// The two maps of a struct are its member maps. The keys in them are the "id" of the members. A
+// member is one value or a vector. A struct inside a struct is skipped.
+//
+// The service owns the member maps. The library never deletes them. A task function must delete
+// both maps of every struct that it receives. No task function receives the maps in these cases,
+// and their memory leaks:
+//
+//   a scalar member of the struct is refused  the maps of this struct
+//   a later argument of the task is refused   the maps of all structs before it
+//   the key of the struct is already taken    the maps of this struct
+//
+// A vector member that does not fit is left out, and the task runs without it. But a vector member
+// whose "value" is a non-empty object throws, see the decoders below.
 struct orvex_func_call_info_t {
-  std::string func_name;           // the function's name; empty when the message has none
-  int32_t num_of_args;             // as many as the list has, skipped ones too
-  orvex_value_map_t* value_queue;  // holders
-  orvex_typed_map_t* typed_queue;  // types and holders
+  std::string func_name;           // the name of the function; empty if the message has none
+  int32_t num_of_args;             // the number of arguments in the message, with skipped ones
+  orvex_value_map_t* value_queue;  // keys and holders
+  orvex_typed_map_t* typed_queue;  // keys, type codes and holders
 };
 
 // --- Queue functions
-// Not synchronised: a record belongs to one thread at a time.
+// These functions are not thread-safe: use a record on one thread at a time.
 
-// Adds (type, value) under `key` to the typed queue, making the queue if there is none. Keeps what
-// is already under `key`. Does nothing when `info` is null.
+// Adds `type` and `value` to the typed queue with the key `key`. Makes the queue if there is none.
+// Does nothing if the key is already there or if `info` is null.
 ORVD_EXPORT void QueueInsertion(orvex_func_call_info_t* info, int key,
                                 std::shared_ptr<ValuesInterface> value, orvex_data_type_t type);
 
@@ -97,35 +128,60 @@ ORVD_EXPORT void QueueInsertion(orvex_func_call_info_t* info, int key,
 ORVD_EXPORT void value_QueueInsertion(orvex_func_call_info_t* info, int key,
                                       std::shared_ptr<ValuesInterface> value);
 
-// Deletes both queues, not the member maps of structs. `info` is a copy: the caller's pointers
-// dangle. For records that the caller has filled itself. Never call it with the arguments that a
-// task function was given: the library deletes their queues when the function has returned.
+// Deletes both queues, but not the member maps of structs. `info` is a copy: the pointers in the
+// caller's record are invalid after the call.
+// Call it only for a record that the caller has filled. Do not call it with the arguments of a task
+// function: the library deletes their queues.
 ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 
 // --- Decoders
-// The library calls them on the receive thread; they may be called from any thread, each with
-// its own record. They return 0, or -1 after one log line that says why, always written. A
-// scalar in the place of a list is an empty list. They throw the JSON library's exceptions for
-// any other value of the wrong kind outside of "value" (a list or an object for a text or a
-// number, a text for a number, a scalar for an object, an object for a list) and for an "id" or
-// "num_of_args" beyond 32 bits; on the receive thread such an exception ends the process. A JSON
-// library that is built without exceptions aborts instead.
+// The library calls the decoders on the receive thread. A service may call them on any thread, with
+// a record that no other thread uses.
+//
+// A decoder refuses a value that does not fit its type. It then writes one log line, at every debug
+// level, and returns -1. Otherwise it returns 0.
+//
+// A decoder throws an exception of the JSON library if one of these has the wrong kind:
+//
+//   "func", an argument, a struct member  anything but an object or null
+//   "name", "type", "vec_type"            a list or an object
+//   "id", "num_of_args"                   a text, a list, an object, or a number beyond 32 bits
+//
+// The next table says what a decoder does without a list where the message must have one. "Scalar"
+// means a text, a number, a boolean or null.
+//
+//   "args"                        missing, scalar or empty object: an empty list
+//                                 object with "num_of_args" members: throws; other object: refused
+//   "value" of a vector argument  missing, scalar or object: refused
+//   "members" of a struct         missing, scalar or object: refused
+//   "value" of a vector member    missing, scalar or empty object: an empty vector
+//                                 other object: throws
+//
+// An exception on the receive thread ends the process. A JSON library that is built without
+// exceptions aborts instead of throwing.
 
-// Decodes "func" of a whole "exec_task" message into `info`, which it resets first (old queues are
-// not deleted). After -1 the arguments before the refused one are still queued; the caller clears
-// them.
+// Decodes "func" of a whole "exec_task" message into `info`. Refuses a list whose size is not
+// "num_of_args".
+// Resets `info` first, without deleting its queues. After -1 the arguments before the refused one
+// are in the queues, and the caller must clear them.
 ORVD_EXPORT int AddParamsToQueues(Json::Value& request, orvex_func_call_info_t* info);
 
-// Decodes one vector argument under `key`. 0 with nothing queued when "vec_type" names no element
-// type; -1 after a log line when it is missing or "none".
+// Decodes one vector argument and adds it with the key `key`.
+// Refuses the vector if "vec_type" is missing or "none". Returns 0 without adding anything if
+// "vec_type" is another name that cannot be an element type.
+// AddParamsToQueues checks that "value" is a list. This function does not: it reads "value" like
+// that of a vector member, see the table above.
 ORVD_EXPORT int AddVectorParams(Json::Value& arg, int ignored, int key,
                                 orvex_func_call_info_t* info);
 
-// Decodes the struct argument at `position` of the message's argument list.
+// Decodes the struct argument at `position` of the argument list of the message `request`.
+// A vector member that AddStructVectorParams refuses is left out, and the call still succeeds. A
+// scalar member that does not fit is refused, and so is the struct.
 ORVD_EXPORT int AddStructParams(Json::Value& request, int position, orvex_func_call_info_t* info);
 
-// Decodes one vector member of a struct under `key` into the two member maps. A missing "vec_type"
-// returns -1 without a log line.
+// Decodes one vector member of a struct and adds it to both member maps with the key `key`.
+// Returns -1 without a log line if "vec_type" is missing or "none". Returns 0 without adding
+// anything if "vec_type" is another name that cannot be an element type.
 ORVD_EXPORT int AddStructVectorParams(Json::Value& member, int ignored, int key,
                                       orvex_typed_map_t* typed_members,
                                       orvex_value_map_t* member_values);

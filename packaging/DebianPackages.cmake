@@ -1,10 +1,10 @@
-# cpack makes the packages liborvex2-0-2, liborvex2-0-dev and orvd-sim. Debian package names have no underscores. The
-# name of a library package ends with the version of the soname.
+# cpack makes the packages liborvex2-0-2, liborvex2-0-dev and orvd-sim. Debian's package names have no underscores. The
+# name of a library package ends in the version of its soname.
 set(DOC_DIR share/doc)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvex2-0)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each description below has its own first line
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # the first line of each description below is the summary
 set(CPACK_PACKAGE_VENDOR "the liborvex2_0 developers")
 set(CPACK_PACKAGE_CONTACT "the liborvex2_0 developers <orvex2-0@orvex.example>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -38,10 +38,11 @@ Headers, CMake package and pkg-config file for building services.")
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME orvd-sim)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION devel)
 set(CPACK_COMPONENT_SIMULATOR_DESCRIPTION
-    "simulated ORVEX Manager
-Sends and checks the messages of a scenario, to test services without a device.")
+    "simulator of the ORVEX Manager
+Plays the Manager's part of a conversation from a scenario, to try services
+without a device.")
 
-# Each package has its own changelog and copyright.
+# Each package contains the changelog and the copyright.
 find_program(GZIP gzip)
 if(GZIP)
   set(CHANGELOG "${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz")
@@ -49,9 +50,9 @@ if(GZIP)
   execute_process(COMMAND "${GZIP}" -9nc "${CMAKE_CURRENT_BINARY_DIR}/changelog" OUTPUT_FILE "${CHANGELOG}"
                           COMMAND_ERROR_IS_FATAL ANY)
 endif()
-# Only for packages, not for an installation by hand with another prefix.
+# These files are for Debian packages only.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-  # Debian's own packages that use the Android libraries have the same override.
+  # Debian's own packages that use the Android libraries do the same.
   install(
     FILES lintian-overrides
     DESTINATION share/lintian/overrides

@@ -24,7 +24,7 @@ std::string Compact(const Json::Value& value) {
   return text;
 }
 
-// [{"id":"0xa001","subsystems":[{"id":1},{"id":2}]}] as 0xa001::1 0xa001::2
+// Writes [{"id":"0xa001","subsystems":[{"id":1},{"id":2}]}] as 0xa001::1 0xa001::2.
 std::string Pairs(const Json::Value& opcodes) {
   std::string pairs;
   for (const Json::Value& opcode : opcodes) {
@@ -35,7 +35,7 @@ std::string Pairs(const Json::Value& opcodes) {
   return pairs.empty() ? " all" : pairs;
 }
 
-// {"name":"f","args":[...]} as f(1, [2,3]); an answer's members as they stand.
+// Writes {"name":"f","args":[...]} as f(1, [2,3]). The members of an answer are not changed.
 std::string Function(const Json::Value& func) {
   if (!func.isMember("args")) {
     return " func=" + Compact(func);
@@ -61,7 +61,7 @@ std::string Field(const std::string& name, const Json::Value& value) {
   return " " + name + "=" + (value.isString() ? value.asString() : Compact(value));
 }
 
-// What the eye looks for comes first, the rest in the order of the alphabet.
+// The most important members come first, the others in alphabetical order.
 std::string Fields(const Json::Value& message) {
   Json::Value rest = message;
   std::string fields;

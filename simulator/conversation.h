@@ -1,4 +1,4 @@
-// Prints what crosses the socket, one line a message, as it happens.
+// Prints each message on the socket as one line, when it is sent or received.
 
 #pragma once
 

@@ -6,9 +6,9 @@
 
 namespace orvd {
 
-// The object that `text` is, or an empty one.
+// Parses `text`. Returns an empty object if `text` is not a JSON object.
 Json::Value ParseObject(const std::string& text);
-// On one line, without blanks.
+// Writes `value` on one line, without blanks.
 std::string WriteCompact(const Json::Value& value);
 
 }  // namespace orvd

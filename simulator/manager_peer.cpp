@@ -72,7 +72,7 @@ SharedSocket ListenOn(const std::string& path) {
   return listener;
 }
 
-// For packets as large as the client can receive; past the system's limit only with the right to.
+// Allows packets as large as the client can receive. Exceeding the system's limit needs privileges.
 void MakeRoom(const Socket& client) {
   const int room = kLargestPacket;
   if (setsockopt(client.fd(), SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof(room)) != 0) {
@@ -80,7 +80,7 @@ void MakeRoom(const Socket& client) {
   }
 }
 
-// A client that does not read must not hold the peer for ever.
+// A client that does not read must not block the peer for ever.
 void LimitSending(const Socket& client) {
   timeval limit{};
   limit.tv_sec = std::chrono::duration_cast<std::chrono::seconds>(kPatience).count();
@@ -115,8 +115,8 @@ class ManagerPeer::Impl {
   bool WaitUntil(Milliseconds limit, Condition condition);
   void Record(Direction direction, const std::string& text);
 
-  // Descriptors are opened, read and closed on the peer's thread only; from another one this waits.
-  // What the task throws comes back to the caller.
+  // Runs `task` on the peer's thread, and waits until it is done. The caller gets its exception.
+  // Descriptors are opened, read and closed on the peer's thread only.
   template <typename Task>
   void OnPeerThread(Task task);
   void HangUp();
@@ -158,7 +158,7 @@ class ManagerPeer::Impl {
   std::map<std::string, Rule> rules_;
   std::deque<std::packaged_task<void()>> tasks_;
 
-  // The peer's thread only.
+  // Used on the peer's thread only.
   SharedSocket listener_;
   bool reading_ = true;
   bool stopping_ = false;
@@ -240,7 +240,7 @@ void ManagerPeer::Impl::Run() {
   Drop();
 }
 
-// What the client said comes before a new client, and before what this side is told to do.
+// Reads the client's messages first. Then it accepts a new client, and then it runs the tasks.
 void ManagerPeer::Impl::Serve(const std::vector<pollfd>& ready) {
   const SharedSocket present = client();
   bool accept_one = false;
@@ -304,7 +304,7 @@ void ManagerPeer::Impl::ReadOrEnd() {
   Record(Direction::kEndOfFile, "");
 }
 
-// Handed out before it is answered: whoever has the answer finds the message there.
+// Puts the message into the inbox before it answers. So whoever sees the answer finds the message.
 void ManagerPeer::Impl::Receive(const std::string& text) {
   Record(Direction::kFromService, text);
   {
@@ -350,7 +350,7 @@ void ManagerPeer::Impl::SetRule(const std::string& req_type, Rule rule) {
   }
 }
 
-// Recorded first, so that the answer to it never stands before it.
+// Records the message first, so that the record never has the reply before the message.
 bool ManagerPeer::Impl::Send(const std::string& text) {
   const SharedSocket present = client();
   if (!present) {
@@ -381,8 +381,8 @@ void ManagerPeer::Impl::SkipAll() {
   inbox_.clear();
 }
 
-// Closing with unread packets would reset the connection, so what still comes is cut off and the
-// rest read.
+// A close with unread packets would reset the connection. So this stops further packets and reads
+// those that have arrived.
 void ManagerPeer::Impl::HangUp() {
   const SharedSocket present = client();
   if (!present) {

@@ -1,12 +1,13 @@
-// A Manager for the desk: the daemon's side of the socket, for tests, demos and benchmarks.
+// The Manager's side of the socket, for tests, demos and benchmarks on a host.
 //
-// A ManagerPeer listens on one path, serves one client at a time (the newest), records everything
-// that crosses the socket, answers by rule, and can hang up in each of the ways a daemon can. It
-// shares no code with the client library: what it knows of the protocol stands here.
+// A ManagerPeer (in short: the peer) listens on one path and serves one client at a time. A new
+// client replaces the old one. The peer records all messages in both directions and answers by
+// rules. It can close the connection in each way in which a daemon can. It shares no code with the
+// client library: all that it knows of the protocol is in this folder.
 //
-// All functions may be called from any thread. One thread of the peer's own accepts, reads and
-// answers by rule; a rule runs on that thread: it may send and hang up, but must not wait for
-// messages or connections.
+// All functions may be called from any thread. The peer has one thread, which accepts connections,
+// reads messages and runs the rules. A rule may send a message or close the connection. It must not
+// wait for messages or connections.
 
 #pragma once
 
@@ -22,15 +23,15 @@ namespace orvd {
 
 using Milliseconds = std::chrono::milliseconds;
 
-// A limit for conditions that hold within microseconds unless something is broken.
+// A time limit for conditions that become true within microseconds unless something is broken.
 inline constexpr Milliseconds kPatience{10000};
 
 enum class Direction {
-  kFromService,  // text received
-  kToService,    // text sent
+  kFromService,  // a message was received
+  kToService,    // a message was sent
   kConnected,    // a client was accepted
-  kEndOfFile,    // the client closed its end (or shut it down)
-  kHungUp,       // this side ended the connection
+  kEndOfFile,    // the client closed the connection, or shut its sending side down
+  kHungUp,       // the peer closed the connection, or shut its sending side down
 };
 
 struct TranscriptEntry {
@@ -39,67 +40,68 @@ struct TranscriptEntry {
   std::string text;
 };
 
-// Returns the answer to `message`, or nothing to stay silent.
+// Returns the answer to `message`, or nothing if there is no answer.
 using Rule = std::function<std::optional<std::string>(const std::string& message)>;
 
 class ManagerPeer {
  public:
-  // Listens on `path`, unless that is left to Listen(); makes the folder of the socket if it is
-  // missing, replaces a socket left behind. Throws std::system_error when it cannot.
+  // Listens on `path`, or, with `listening` false, only after Listen() is called. Creates the
+  // socket's folder if it is missing, and replaces an existing socket. Throws std::system_error if
+  // it cannot listen.
   explicit ManagerPeer(std::string path, bool listening = true);
   ~ManagerPeer();
   ManagerPeer(const ManagerPeer&) = delete;
   ManagerPeer& operator=(const ManagerPeer&) = delete;
 
-  // --- Answers by rule. A message without a rule for its "req_type" is only recorded. ---
-  void SetRule(const std::string& req_type, Rule rule);  // an empty rule removes it
+  // --- Answers. A rule answers messages of one "req_type". Other messages are only recorded. ---
+  void SetRule(const std::string& req_type, Rule rule);  // an empty `rule` removes the rule
   void AnswerInit(int service_id);                       // {"req_type":"INIT","service_id":N}
   void AnswerAuth(int result);   // {"req_type":"AUTH","opcode":"<decimal>","result":N}
   void AnswerReady(int result);  // {"req_type":"REDY","opcode":"<decimal>","result":N}
-  // The three above with a service id and result 0: a Manager that agrees to everything.
+  // Sets the three rules above, with `service_id` and with result 0.
   void AgreeToEverything(int service_id);
 
-  // --- Sending. False when nobody is connected or the packet was not taken within kPatience. ---
+  // --- Sending. Returns false if no client is connected or if the client does not take the packet
+  // within kPatience. ---
   bool Send(const std::string& text);
 
-  // --- Receiving: each message is handed out once, in the order of arrival, answered by rule or
-  // not. ---
+  // --- Receiving. Each message is returned once, in the order of arrival, also if a rule has
+  // answered it. ---
   std::optional<std::string> Next(Milliseconds limit = kPatience);
-  // Skips messages until one with this "req_type" (or, for plain texts such as EXIT, this very
-  // text) comes.
+  // Skips messages until one has this "req_type". For a plain text such as EXIT, `req_type` is the
+  // whole text.
   std::optional<std::string> NextOf(const std::string& req_type, Milliseconds limit = kPatience);
-  // Forgets messages not yet handed out.
+  // Discards the messages that were not returned yet.
   void SkipAll();
 
   // --- The connection. ---
-  bool WaitConnected(Milliseconds limit = kPatience);  // a client is connected now
+  bool WaitConnected(Milliseconds limit = kPatience);  // until a client is connected
   bool WaitConnections(std::size_t count,
-                       Milliseconds limit = kPatience);  // so many since the start
-  bool WaitEndOfFile(Milliseconds limit = kPatience);    // the present or last client has closed
+                       Milliseconds limit = kPatience);  // until `count` clients have connected
+  bool WaitEndOfFile(Milliseconds limit = kPatience);    // until the latest client has closed
   std::size_t connections() const;
-  std::optional<int> client_pid() const;  // the process behind the present connection
+  std::optional<int> client_pid() const;  // the process of the connected client
 
-  // --- Hanging up. All but StopReading end the present connection as its client sees it. ---
-  void HangUp();  // drains what was sent to it, then closes: the client reads end of file
-  // Stops reading, waits for something unread, and closes: the client reads ECONNRESET. False when
-  // nothing came.
+  // --- Closing the connection, in several ways. ---
+  void HangUp();  // reads what the client has sent, then closes: the client reads end of file
+  // Stops reading, waits for an unread message, and closes: the client reads ECONNRESET. Returns
+  // false if no message came.
   bool HangUpWithReset(Milliseconds limit = kPatience);
-  void
-  HangUpForWriting();  // shuts its sending side only: the client reads end of file, its sends go on
-  void SendEmptyPacket();  // a packet of no bytes, which a client cannot tell from end of file
-  void StopReading();      // leaves what the client sends in the socket
+  void HangUpForWriting();  // shuts the sending side down: the client reads end of file, can send
+  void SendEmptyPacket();   // 0 bytes: for a client the same as end of file
+  void StopReading();       // what the client sends stays in the socket
   void ResumeReading();
-  void StopListening();  // the path disappears: new connections are refused
-  void Listen();         // the path is back; throws as the constructor does
+  void StopListening();  // removes the socket: new connections are refused
+  void Listen();         // creates it again; throws as the constructor does
 
-  // Hands the present connection to the caller, who closes the descriptor: nothing on it is read,
-  // answered or recorded any more, and the peer takes the next client. -1 when nobody is connected.
+  // Gives the connection to the caller, who closes the descriptor. The peer no longer reads or
+  // answers on it, and accepts the next client. Returns -1 if no client is connected.
   int HandOver();
 
-  // --- The record of everything, in order. ---
+  // --- The record of all messages and events, in order. ---
   std::vector<TranscriptEntry> transcript() const;
-  // Called for each entry as it is recorded, one at a time, on whichever thread records it. Must
-  // not call the peer.
+  // `observer` is called with each new entry, one call at a time, on the thread that records it. It
+  // must not call the peer.
   void SetObserver(std::function<void(const TranscriptEntry&)> observer);
 
  private:
@@ -107,7 +109,7 @@ class ManagerPeer {
   std::unique_ptr<Impl> impl_;
 };
 
-// The "req_type" of a message, or the whole text when it is not a JSON object that has one.
+// Returns the "req_type" of a message. Returns the whole text if it is not a JSON object with one.
 std::string KindOf(const std::string& message);
 
 }  // namespace orvd

@@ -1,4 +1,4 @@
-// orvd-sim: a Manager for the desk. Plays a scenario against a service that someone else started.
+// orvd-sim: a Manager for a host. Plays a scenario against a running service.
 
 #include <unistd.h>
 
@@ -40,7 +40,7 @@ struct Options {
   bool help = false;
 };
 
-// False for what is no option.
+// Returns false if a word is not an option.
 bool ReadOptions(const std::vector<std::string>& words, Options& options) {
   for (std::size_t i = 0; i < words.size(); ++i) {
     const bool has_value = i + 1 < words.size();
@@ -98,8 +98,8 @@ int Run(const Options& options) {
   peer.SetObserver(nullptr);
   WriteSummary(Summary(score), options.summary);
   if (score.die && score.failures == 0) {
-    // A dying process may close the client's end first, and the client be quicker than the rest: it
-    // would connect to nobody.
+    // A process that ends may close the client's connection before the listening socket. A quick
+    // client would then reconnect to this process.
     peer.StopListening();
     static_cast<void>(raise(SIGKILL));
   }

@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* kTask = "exec_task";
 
-// Whole numbers are compared as such: a double does not hold all 64 bits.
+// Compares whole numbers as integers, because a double does not hold all 64 bits.
 bool SameNumber(const Json::Value& left, const Json::Value& right) {
   if (left.isInt64() && right.isInt64()) {
     return left.asInt64() == right.asInt64();
@@ -22,7 +22,7 @@ bool SameNumber(const Json::Value& left, const Json::Value& right) {
   return left.asDouble() == right.asDouble();
 }
 
-// Whether `actual` has all that `expected` names, with those values.
+// Returns whether `actual` has all members of `expected`, with the same values.
 bool Matches(const Json::Value& expected, const Json::Value& actual) {
   if (expected.isObject()) {
     bool all = actual.isObject();
@@ -130,8 +130,8 @@ std::string Player::Answer(const Step& step) {
   return "";
 }
 
-// Task answers come in any order and between other messages; they are kept until they are asked
-// for.
+// Task answers come in any order and between other messages. They are kept until a step asks for
+// them.
 std::string Player::KeepAnswer(const std::string& message) {
   if (KindOf(message) != kTask) {
     return "";
@@ -194,7 +194,7 @@ std::string Player::Result(const Step& step) {
   }
   const Json::Value answer = answers_[transac_id];
   answers_.erase(transac_id);
-  open_.erase(transac_id);  // or it was sent by a Manager that died
+  open_.erase(transac_id);  // not there if a Manager that died has sent the task
   closed_.insert(transac_id);
   if (!Matches(step.json, answer)) {
     return Expected(WriteCompact(step.json), WriteCompact(answer));
@@ -225,8 +225,8 @@ std::string Player::Signal(const Step& step) {
   return kill(*pid, number) == 0 ? "" : "the service cannot be signalled";
 }
 
-// Nothing is waited for: a scenario that rejects tasks has waited for the end of the connection, or
-// leaves what still comes to the successor.
+// Does not wait for further messages. A scenario with "rejected" has waited for the end of the
+// connection, or ends with "die"; the next Manager then gets what still comes.
 std::string Player::CheckTasks() {
   while (const auto message = peer_.Next(Milliseconds(0))) {
     std::string failure = KeepAnswer(*message);
@@ -237,7 +237,7 @@ std::string Player::CheckTasks() {
   for (const auto& [transac_id, answer] : answers_) {
     return Expected("no answer that the scenario does not name", WriteCompact(answer));
   }
-  // A Manager that dies leaves its open tasks unanswered; its successor may hear of them.
+  // When a Manager dies, its open tasks are unanswered. The next Manager may get the answers.
   for (const int transac_id : score_.die ? std::set<int>() : open_) {
     return "task " + std::to_string(transac_id) + " has neither a result nor a rejection";
   }

@@ -1,4 +1,4 @@
-// Plays a scenario against a service that someone else started.
+// Plays a scenario against a running service.
 
 #pragma once
 
@@ -15,24 +15,25 @@ namespace orvd {
 
 struct Score {
   int sent = 0;
-  int answered = 0;  // as expected
-  int rejected = 0;  // as expected
-  int failures = 0;  // expectations not met
-  bool die = false;  // the scenario ends in a crash
+  int answered = 0;  // tasks answered as expected
+  int rejected = 0;  // tasks not answered, as expected
+  int failures = 0;  // expectations that were not met
+  bool die = false;  // the scenario ends with the step "die"
 };
 
 class Player {
  public:
-  // `pace` is a pause before each step, for human readers.
+  // `pace` is a pause before each step, so that a person can follow.
   Player(ManagerPeer& peer, Conversation& conversation, Milliseconds pace)
       : peer_(peer), conversation_(conversation), pace_(pace) {}
 
-  // The peer listens from the first step that is no rule, so that no request comes before its rule.
-  // Stops at the first expectation that is not met.
+  // The peer begins to listen at the first step that is neither "answer" nor "say". So a service
+  // cannot send a request before the rule for it is set. Stops at the first expectation that is not
+  // met.
   Score Play(const std::vector<Step>& steps);
 
  private:
-  // The reason why the step failed; empty when it did not.
+  // Each returns the reason why the step failed, or an empty text.
   std::string Run(const Step& step);
   std::string Answer(const Step& step);
   std::string Expect(const Step& step);
@@ -48,10 +49,10 @@ class Player {
   Conversation& conversation_;
   const Milliseconds pace_;
   Score score_;
-  std::set<int> open_;    // sent, neither answered nor said to be rejected
-  std::set<int> closed_;  // answered or rejected: no answer may come any more
+  std::set<int> open_;    // tasks that were sent, and neither answered nor rejected
+  std::set<int> closed_;  // tasks answered or rejected: a further answer is a failure
   int rejected_ = 0;
-  std::map<int, Json::Value> answers_;  // come, not asked for yet
+  std::map<int, Json::Value> answers_;  // received, but no step has asked for them yet
 };
 
 }  // namespace orvd

@@ -40,7 +40,7 @@ struct Verb {
   std::string_view name;
   Takes takes;
   bool (*accepts)(const Step& step);
-  const char* needs;  // said when the step is not accepted
+  const char* needs;  // for the error message when the step is not accepted
 };
 
 constexpr std::array kVerbs{Verb{"say", Takes::kText, Anything, ""},
@@ -114,8 +114,9 @@ Step ReadStep(std::string text, const std::string& name, int line) {
   return step;
 }
 
-// Only a service that has closed the connection can answer nothing more. After a death, the answer
-// comes to the successor, whose scenario does not name it.
+// A service can answer as long as its connection exists. So a rejection is certain only when the
+// connection has ended. After "die" a wrong answer goes to the next Manager, whose scenario does
+// not expect it.
 void CheckRejectionsCanBeSeen(const std::vector<Step>& steps, const std::string& name) {
   const auto last = std::find_if(steps.rbegin(), steps.rend(),
                                  [](const Step& step) { return step.verb == "rejected"; });

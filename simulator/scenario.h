@@ -1,4 +1,4 @@
-// A scenario: what the Manager does and expects, one step a line.
+// A scenario: a list of steps that the Manager does or expects, one step in a line.
 
 #pragma once
 
@@ -13,11 +13,11 @@
 namespace orvd {
 
 struct Step {
-  int line;          // in the file, for messages
-  std::string verb;  // a word of kScenarioHelp
-  std::string kind;  // the verb's first word, where it has one
-  std::string rest;  // the other words as they stand
-  Json::Value json;  // the rest as an object, for the verbs that take one
+  int line;          // line number in the file, for error messages
+  std::string verb;  // the first word; kScenarioHelp lists the verbs
+  std::string kind;  // the second word, if the verb takes one
+  std::string rest;  // the other words, unchanged
+  Json::Value json;  // `rest` as an object, if the verb takes one
 };
 
 class ScenarioError : public std::runtime_error {
@@ -25,14 +25,14 @@ class ScenarioError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Throws ScenarioError, with file and line in its text, for what is no step; and when there is
-// none.
+// Throws ScenarioError for a line that is not a step, with file and line in its text. Throws it too
+// if there is no step.
 std::vector<Step> ReadScenario(std::istream& in, const std::string& name);
 
-// The number that the whole of `text` is.
+// Converts the whole of `text` to a number. Returns nothing if that is not possible.
 std::optional<int> ReadInteger(const std::string& text);
 
-// The number of a signal that a scenario may name.
+// Returns the number of a signal, or nothing for a name that a scenario must not use.
 std::optional<int> SignalNumber(const std::string& name);
 
 extern const char* const kScenarioHelp;

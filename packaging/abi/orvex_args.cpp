@@ -1,6 +1,7 @@
-// Uses the holder (ParamValues) of every kind of argument, so that abidw finds these types. The
-// library's functions only name their base class. The file must have the name of the header: the
-// compiler then describes the templates of that header, but not those of the standard library.
+// Uses the value holder of every argument type, so that abidw describes them. The library's own
+// functions use only the base class. The compiler describes a template only in a file that has the
+// name of the template's header. So this file is named like orvex_args.h, and the templates of the
+// standard library are not described.
 
 #include "orvex_args.h"
 

@@ -6,7 +6,7 @@
 #include <limits>
 #include <string>
 
-// Weak: where a libcutils is linked too, its own serves.
+// Weak, so that the function of a linked libcutils takes precedence.
 extern "C" __attribute__((weak)) int32_t property_get_int32(const char* key,
                                                             int32_t default_value) {
   const std::string text = android::base::GetProperty(key, "");

@@ -1,6 +1,6 @@
 #include "orvex_args.h"
 
-// Keys mostly ascend, so the end of a queue is a good guess for the place of the next.
+// The keys of a message usually ascend. So each insertion first tries the end of the queue.
 
 void QueueInsertion(orvex_func_call_info_t* info, int key, std::shared_ptr<ValuesInterface> value,
                     orvex_data_type_t type) {

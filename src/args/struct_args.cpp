@@ -1,13 +1,15 @@
-#include "args/arg_types.h"
+#include "args/scalar_value.h"
 #include "args/type_names.h"
 #include "args/vector_elements.h"
-#include "link/json_members.h"
+#include "base/json_members.h"
 #include "orvex_args.h"
+
+using namespace orvd_client;
 
 namespace {
 
-constexpr PathWording kWording{"Arg type %s and type of value do not match while parsing",
-                               "Out of range value received for %s"};
+constexpr DecoderTexts kMemberTexts{"Arg type %s and type of value do not match while parsing",
+                                    "Out of range value received for %s"};
 
 struct MemberMaps {
   orvex_typed_map_t* typed;
@@ -20,30 +22,21 @@ void StoreMember(const MemberMaps& maps, int key, orvex_data_type_t type,
   maps.values->try_emplace(maps.values->end(), key, holder);
 }
 
-int AddScalarMember(const Json::Value& value, orvex_data_type_t type, const std::string& type_name,
-                    int key, const MemberMaps& maps) {
-  // Without values: "none", unknown names, "cb", and "struct", for structs do not nest.
-  constexpr int kSkipped = 0;
-  return VisitArgType(type, kSkipped, [&](auto row) {
-    const auto holder = ReadHolder(row, value, type_name, kWording);
-    if (!holder) {
-      return -1;
-    }
-    StoreMember(maps, key, type, holder);
-    return 0;
-  });
-}
-
 int AddMember(Json::Value& member, int position, const MemberMaps& maps) {
   const std::string type_name = TextMember(member, "type", "");
   const int key = IntMember(member, "id", 0);
   const orvex_data_type_t type = TypeOfName(type_name);
   if (type == ORVEX_VECTOR) {
-    // Deliberate: a vector member that fails is left out, while a scalar one fails the whole call.
+    // Deliberate: an invalid vector member is left out, but an invalid scalar member rejects the
+    // whole task. Services in the field run on tasks without the member.
     AddStructVectorParams(member, position, key, maps.typed, maps.values);
     return 0;
   }
-  return AddScalarMember(std::as_const(member)["value"], type, type_name, key, maps);
+  // A member of the type "struct" is skipped, because structs do not nest.
+  return DecodeScalar(std::as_const(member)["value"], type, type_name, kMemberTexts,
+                      [&](const std::shared_ptr<ValuesInterface>& holder) {
+                        StoreMember(maps, key, type, holder);
+                      });
 }
 
 }  // namespace
@@ -51,18 +44,19 @@ int AddMember(Json::Value& member, int position, const MemberMaps& maps) {
 int AddStructParams(Json::Value& request, int position, orvex_func_call_info_t* info) {
   Json::Value& members = request["func"]["args"][position]["members"];
   if (!members.isArray()) {
-    LOG_AT(kAlways, "No struct members found while parsing");
+    LOG_AT(kEveryLevel, "No struct members found while parsing");
     return -1;
   }
-  // Deliberate: the maps belong to the service from here on, also when a member is refused or
-  // another argument has the key: nobody but the service ever deletes member maps.
+  // Deliberate: the library never deletes the member maps, because they belong to the service. They
+  // leak if a member is rejected, or if another argument already has the key.
   const MemberMaps maps{new orvex_typed_map_t, new orvex_value_map_t};
   for (Json::Value& member : members) {
     if (AddMember(member, position, maps) != 0) {
       return -1;  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
     }
   }
-  // Deliberate: a struct is found by its position, every other argument by its id.
+  // Deliberate: the key of a struct is its position; the key of every other argument is its id.
+  // Services read the queues by these keys.
   QueueInsertion(info, position, std::make_shared<ParamValues<orvex_typed_map_t*>>(maps.typed),
                  ORVEX_STRUCT);
   value_QueueInsertion(info, position,

@@ -4,5 +4,10 @@
 
 #include "orvex_args.h"
 
-// The type of a name. An unknown name is ORVEX_NONE, and is known from then on. Any thread.
+namespace orvd_client {
+
+// Returns the type code of a type name. Returns ORVEX_NONE for an unknown name, and remembers the
+// name. Any thread.
 orvex_data_type_t TypeOfName(const std::string& name);
+
+}  // namespace orvd_client

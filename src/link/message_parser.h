@@ -2,6 +2,10 @@
 
 #include <json/value.h>
 
-// Parses one packet, up to its first NUL. False when it is not JSON or not an object. When a
-// thousand levels are nested, jsoncpp throws, or aborts where it is built without exceptions.
+namespace orvd_client {
+
+// Parses one packet up to its first NUL. Returns false if the text is not a JSON object. At a
+// thousand nested levels jsoncpp throws. A jsoncpp that is built without exceptions aborts instead.
 bool ParseMessage(const char* packet, size_t size, Json::Value& message);
+
+}  // namespace orvd_client

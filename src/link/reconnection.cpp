@@ -4,7 +4,9 @@
 
 #include <chrono>
 
-#include "link/log.h"
+#include "base/log.h"
+
+using namespace orvd_client;
 
 namespace {
 
@@ -15,11 +17,11 @@ constexpr useconds_t kPause = 50000;
 
 }  // namespace
 
-int ReconnectFor(Generation generation) {
+int orvd_client::ReconnectFor(Generation generation) {
   const Clock::time_point start = Clock::now();
   while (ConnectFor(generation) != 0) {
     if (Clock::now() > start + kLimit) {
-      LOG_AT(kAlways, "Failed to reconnect to manager due to time out");
+      LOG_AT(kEveryLevel, "Failed to reconnect to manager due to time out");
       return -1;
     }
     usleep(kPause);
@@ -29,7 +31,7 @@ int ReconnectFor(Generation generation) {
   }
   const auto taken =
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-  LOG_AT(kAlways, "reconnected to manager, gMgrSocket_fd is %d, total time to reconnect %lld",
+  LOG_AT(kEveryLevel, "reconnected to manager, gMgrSocket_fd is %d, total time to reconnect %lld",
          gMgrSocket_fd.load(), static_cast<long long>(taken));
   return 0;
 }

@@ -1,12 +1,17 @@
-// After the Manager has closed the connection: back within 20 seconds, or not at all.
+// Reconnects after the Manager has closed the connection, for 20 seconds at most.
 
 #pragma once
 
-#include "link/connection.h"
+#include "link/connect.h"
 #include "orvex_args.h"
 
-// Tries until the time is up. Returns 0; -1 on time-out; -1 without a log line once the generation
-// is over.
+namespace orvd_client {
+
+// Tries to connect until the time limit. Returns 0, or -1 after the time limit. Returns -1 without
+// a log line when the generation has ended.
 int ReconnectFor(Generation generation);
 
+}  // namespace orvd_client
+
+// Calls ReconnectFor() with the current generation.
 ORVD_EXPORT int reconnect_to_manager();

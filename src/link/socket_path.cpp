@@ -7,7 +7,9 @@
 #include <string>
 #include <string_view>
 
-#include "link/log.h"
+#include "base/log.h"
+
+namespace orvd_client {
 
 std::atomic<bool> gDedicatedChannel{false};
 std::atomic<bool> gMarkersEnabled{false};
@@ -44,9 +46,9 @@ std::string ThreadName() {
   return name.data();
 }
 
-// Deliberate: the first five characters go whatever they are, and a short name becomes empty, which
-// matches every expected name. Services are started under names that carry other prefixes of this
-// length.
+// Deliberate: the first five characters are removed, whatever they are, because services run under
+// names with other prefixes of this length. A name of five characters or fewer becomes empty, and
+// an empty name matches every expected name.
 std::string OwnName() {
   const std::string name = ThreadName();
   return name.size() > kPlixPrefix.size() ? name.substr(kPlixPrefix.size()) : "";
@@ -79,8 +81,8 @@ SocketPath ChooseSocketPath() {
   const bool dedicated = match && !names.expected.empty();
   const bool markers =
       dedicated && android::base::GetBoolProperty("vendor.orvex.one.markers", false);
-  // Deliberate: a match with an empty expected name counts as the dedicated client on the shared
-  // path; shutdown then says goodbye even to a Manager that never answered.
+  // Deliberate: a match with an empty expected name makes this process the dedicated client, but on
+  // the shared socket. A dedicated client sends DINT and EXIT even if the Manager never answered.
   return {dedicated ? kDedicatedPath : kSharedPath, match, markers};
 }
 
@@ -88,3 +90,5 @@ void SetFlags(const SocketPath& chosen) {
   gDedicatedChannel = chosen.dedicated_channel.value_or(gDedicatedChannel);
   gMarkersEnabled = chosen.markers_enabled.value_or(gMarkersEnabled);
 }
+
+}  // namespace orvd_client

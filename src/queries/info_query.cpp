@@ -4,13 +4,17 @@
 #include <vector>
 
 #include "IOrvdClient.h"
-#include "link/connection.h"
-#include "link/json_members.h"
-#include "link/log.h"
-#include "link/never_destroyed.h"
-#include "link/state.h"
+#include "base/json_members.h"
+#include "base/log.h"
+#include "base/never_destroyed.h"
+#include "link/send.h"
+#include "link/service_id.h"
 #include "queries/pending_queries.h"
 #include "queries/query_id.h"
+
+using namespace orvd_client;
+
+namespace {
 
 struct res_infos_meta_data_t {
   std::shared_ptr<std::vector<std::string>> response;
@@ -18,12 +22,10 @@ struct res_infos_meta_data_t {
   std::shared_ptr<bool> received;
 };
 
-namespace {
-
 using PendingInfos = PendingQueries<res_infos_meta_data_t>;
 
 PendingInfos& Pending() {
-  return ProcessWide<PendingInfos>();
+  return NeverDestroyed<PendingInfos>();
 }
 
 std::string InfoRequest(uint32_t session_id, const std::vector<std::string>& infos,
@@ -51,7 +53,7 @@ void ReadInfos(const Json::Value& list, std::vector<std::string>& response) {
   }
 }
 
-// `req_type_head` ends the text of "req_type" itself, so that members can follow it.
+// `req_type_head` is the rest of the message's first member, and may hold further members.
 std::vector<std::string> orvd_info_common(uint32_t session_id,
                                           const std::vector<std::string>& infos,
                                           const std::string& req_type_head,
@@ -66,17 +68,18 @@ std::vector<std::string> orvd_info_common(uint32_t session_id,
   if (orvd_send_to_manager_raw(request.c_str()) != 0) {
     LOG_AT(kFailure, "Failed to receive ORVEX info query ack");
     Pending().Erase(query_id);
-    // Deliberate: the count is cut to 8 bits, so 256 items give none.
+    // Deliberate: the count is cut to 8 bits, so 256 items give an empty result. Services depend on
+    // the sizes that this call returns.
     return std::vector<std::string>(static_cast<uint8_t>(infos.size()));
   }
   LOG_AT(kDetail, "waiting for response in orvd_info_%s", kind.c_str());
-  return Pending().Take(query_id, record,
-                        [&kind] { LOG_AT(kDetail, "Exit orvd_info_%s", kind.c_str()); });
+  return Pending().WaitForResults(query_id, record,
+                                  [&kind] { LOG_AT(kDetail, "Exit orvd_info_%s", kind.c_str()); });
 }
 
 }  // namespace
 
-void HandleInfoAnswer(const Json::Value& message) {
+void orvd_client::HandleInfoAnswer(const Json::Value& message) {
   unsigned int query_id = 0;
   if (!query_id_validation(message, query_id)) {
     LOG_AT(kFailure, "Discard %s result due to invalid query_id id",

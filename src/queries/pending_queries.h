@@ -1,4 +1,4 @@
-// Queries that wait for their answers, by query id.
+// The queries that wait for their answers, by query id.
 
 #pragma once
 
@@ -8,12 +8,14 @@
 #include <map>
 #include <memory>
 
-#include "link/mutex.h"
-#include "link/pending_answer.h"
+#include "base/mutex.h"
+#include "base/pending_answer.h"
+
+namespace orvd_client {
 
 inline constexpr std::chrono::seconds kQueryLimit{3};
 
-// Record: `response` (shared vector of results), `cv`, `received`.
+// A Record has the members `response` (a shared vector of results), `cv` and `received`.
 template <typename Record>
 class PendingQueries {
  public:
@@ -33,10 +35,10 @@ class PendingQueries {
     pending_.erase(query_id);
   }
 
-  // Waits for the answer, three seconds at most, takes the record out and returns what has come;
-  // calls `log` last, with the mutex held.
+  // Waits for the answer, for three seconds at most. Removes the record and returns its results,
+  // which are empty after the time limit. Calls `log` last, with the mutex held.
   template <typename Log>
-  Results Take(uint32_t query_id, const Record& record, Log log) {
+  Results WaitForResults(uint32_t query_id, const Record& record, Log log) {
     MutexLock lock(mutex_);
     AwaitUntil(record, lock, std::chrono::steady_clock::now() + kQueryLimit);
     Results results = *record.response;
@@ -45,8 +47,8 @@ class PendingQueries {
     return results;
   }
 
-  // Has `fill` write the results of a query that still waits, and wakes it; an answer that nobody
-  // waits for is dropped.
+  // Calls `fill` to write the results of a waiting query, and wakes its caller. Drops the answer if
+  // no query with this id waits.
   template <typename Fill>
   void Answer(uint32_t query_id, Fill fill) {
     const MutexLock lock(mutex_);
@@ -62,3 +64,5 @@ class PendingQueries {
   Mutex mutex_;
   std::map<uint32_t, Record> pending_ GUARDED_BY(mutex_);
 };
+
+}  // namespace orvd_client

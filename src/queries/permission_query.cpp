@@ -4,13 +4,17 @@
 #include <vector>
 
 #include "IOrvdClient.h"
-#include "link/connection.h"
-#include "link/json_members.h"
-#include "link/log.h"
-#include "link/never_destroyed.h"
-#include "link/state.h"
+#include "base/json_members.h"
+#include "base/log.h"
+#include "base/never_destroyed.h"
+#include "link/send.h"
+#include "link/service_id.h"
 #include "queries/pending_queries.h"
 #include "queries/query_id.h"
+
+using namespace orvd_client;
+
+namespace {
 
 struct permRes_meta_data_t {
   std::shared_ptr<std::vector<bool>> response;
@@ -18,12 +22,10 @@ struct permRes_meta_data_t {
   std::shared_ptr<bool> received;
 };
 
-namespace {
-
 using PendingPermissions = PendingQueries<permRes_meta_data_t>;
 
 PendingPermissions& Pending() {
-  return ProcessWide<PendingPermissions>();
+  return NeverDestroyed<PendingPermissions>();
 }
 
 std::string PermissionRequest(uint32_t session_id, int32_t service_id, uint32_t query_id,
@@ -41,19 +43,19 @@ std::string PermissionRequest(uint32_t session_id, int32_t service_id, uint32_t 
 }
 
 void ReadGrants(const Json::Value& list, std::vector<bool>& response) {
-  LOG_AT(kAlways, "size of permResp array: %d", static_cast<int>(list.size()));
+  LOG_AT(kEveryLevel, "size of permResp array: %d", static_cast<int>(list.size()));
   int i = 0;
   for (const Json::Value& element : list) {
     const bool granted = std::stoi(element.asString()) != 0;
     response.push_back(granted);
-    LOG_AT(kAlways, "i = %d, permRes_meta_data response: %d", i, granted ? 1 : 0);
+    LOG_AT(kEveryLevel, "i = %d, permRes_meta_data response: %d", i, granted ? 1 : 0);
     ++i;
   }
 }
 
 }  // namespace
 
-void HandlePermissionAnswer(const Json::Value& message) {
+void orvd_client::HandlePermissionAnswer(const Json::Value& message) {
   unsigned int query_id = 0;
   if (!query_id_validation(message, query_id)) {
     LOG_AT(kFailure, "Discard PERMISSION result due to invalid query_id id");
@@ -73,10 +75,10 @@ std::vector<bool> orvd_permission_query(uint32_t session_id, std::vector<std::st
   const uint32_t query_id = NextQueryId();
   const std::string request = PermissionRequest(session_id, service_id, query_id, permissions);
   for (const std::string& permission : permissions) {
-    LOG_AT(kAlways, "permission: %s", permission.c_str());
+    LOG_AT(kEveryLevel, "permission: %s", permission.c_str());
   }
-  LOG_AT(kAlways, "Entry orvd_permission_query");
-  LOG_AT(kAlways, "orvd_permission_query request: %s", request.c_str());
+  LOG_AT(kEveryLevel, "Entry orvd_permission_query");
+  LOG_AT(kEveryLevel, "orvd_permission_query request: %s", request.c_str());
   const permRes_meta_data_t record = Pending().Insert(query_id);
   if (orvd_send_to_manager_raw(request.c_str()) != 0) {
     LOG_AT(kFailure, "Failed to receive ORVEX permission query ack");
@@ -84,6 +86,7 @@ std::vector<bool> orvd_permission_query(uint32_t session_id, std::vector<std::st
     std::vector<bool> none_granted(permissions.empty() ? 1 : permissions.size(), false);
     return none_granted;
   }
-  LOG_AT(kAlways, "waiting for response in orvd_permission_query");
-  return Pending().Take(query_id, record, [] { LOG_AT(kAlways, "Exit orvd_permission_query"); });
+  LOG_AT(kEveryLevel, "waiting for response in orvd_permission_query");
+  return Pending().WaitForResults(query_id, record,
+                                  [] { LOG_AT(kEveryLevel, "Exit orvd_permission_query"); });
 }

@@ -1,6 +1,12 @@
+// PERMISSION: asks whether a client holds permissions.
+
 #pragma once
 
 #include <json/value.h>
 
-// The Manager's answer to a permission query.
+namespace orvd_client {
+
+// Handles the Manager's answer.
 void HandlePermissionAnswer(const Json::Value& message);
+
+}  // namespace orvd_client

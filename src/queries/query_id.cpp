@@ -2,9 +2,11 @@
 
 #include <limits>
 
-#include "link/json_members.h"
-#include "link/log.h"
-#include "link/mutex.h"
+#include "base/json_members.h"
+#include "base/log.h"
+#include "base/mutex.h"
+
+using namespace orvd_client;
 
 namespace {
 
@@ -13,10 +15,10 @@ uint32_t gQueryId GUARDED_BY(gQueryIdMutex) = 0;
 
 }  // namespace
 
-uint32_t NextQueryId() {
+uint32_t orvd_client::NextQueryId() {
   const MutexLock lock(gQueryIdMutex);
   if (gQueryId == std::numeric_limits<uint32_t>::max()) {
-    LOG_AT(kAlways, "query id have reached the maximum.");
+    LOG_AT(kEveryLevel, "query id have reached the maximum.");
     gQueryId = 0;
   }
   return ++gQueryId;

@@ -1,4 +1,4 @@
-// Ids that tie an answer to its query.
+// Query ids: each answer repeats the id of its query.
 
 #pragma once
 
@@ -8,9 +8,14 @@
 
 #include "orvex_args.h"
 
-// The next id: 1, 2, ... and after the largest one 1 again. One sequence for all kinds of queries.
+namespace orvd_client {
+
+// Returns the next id: 1, 2, and so on; after the largest number it returns 1 again. All kinds of
+// queries share one sequence.
 uint32_t NextQueryId();
 
-// Reads "QueryId" of an answer. False, with `query_id` untouched, when it is no unsigned integer;
-// false for 0, which is also what a missing one counts as.
+}  // namespace orvd_client
+
+// Reads "QueryId" of an answer. Returns false, and does not change `query_id`, if the member is not
+// an unsigned integer. Returns false for 0; a missing member counts as 0.
 ORVD_EXPORT bool query_id_validation(const Json::Value& msg, unsigned int& query_id);

@@ -1,10 +1,12 @@
-// The texts that queries are made of, and results come as.
+// Texts of query requests and query results.
 
 #include <string>
 #include <vector>
 
 #include "IOrvdClient.h"
-#include "link/log.h"
+#include "base/log.h"
+
+using namespace orvd_client;
 
 std::string vector_to_string_with_quotes(const std::vector<std::string>& elements) {
   std::string list;

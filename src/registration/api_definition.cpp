@@ -10,7 +10,9 @@
 #include <utility>
 
 #include "IOrvdClient.h"
-#include "link/json_members.h"
+#include "base/json_members.h"
+
+using namespace orvd_client;
 
 const uint8_t ORVD_JSON_DEF_VER_ARR[1] = {2};
 
@@ -18,8 +20,8 @@ namespace {
 
 constexpr std::string_view kMarker = "\x01ORVEX\x01";
 
-// The parser throws when a thousand levels are nested. Deliberate: catches std::exception rather
-// than Json::Exception, because a jsoncpp built without exceptions has no such type to link to.
+// The parser throws at a thousand nested levels. Deliberate: this catches std::exception instead of
+// Json::Exception, because a jsoncpp that is built without exceptions does not define that type.
 bool ParseObject(const char* json, Json::Value& root, std::string& error) {
   const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   try {
@@ -41,9 +43,9 @@ bool IsSubsystem(const Json::Value& element) {
   return element.isObject() && element["id"].isConvertibleTo(Json::uintValue);
 }
 
-// Whether ReadMembers can read all that it reads. A member that is missing or null stands for an
-// empty one. Every kind is tested before it is read, because a jsoncpp built without exceptions
-// aborts on a wrong one.
+// Returns whether ReadMembers can read every member. A missing member and null count as empty. The
+// kinds are tested first, because a jsoncpp that is built without exceptions aborts on a wrong
+// kind.
 bool HasMembersOfRightKind(const Json::Value& orvex) {
   if (!orvex.isObject() && !orvex.isNull()) {
     return false;
@@ -65,9 +67,9 @@ ApiDefinition ReadMembers(const Json::Value& orvex) {
 
 }  // namespace
 
-// Deliberate: a marker that is cut short, or missing, is skipped as far as it goes; what decides is
-// the version byte behind it.
-ApiBlob SplitApiBlob(const char* api_def) {
+// Deliberate: the marker may be incomplete or missing. The version byte is the first byte that does
+// not continue the marker. Services in the field have such definitions.
+ApiBlob orvd_client::SplitApiBlob(const char* api_def) {
   size_t i = 0;
   while (i < kMarker.size() && api_def[i] == kMarker[i]) {
     ++i;
@@ -75,11 +77,11 @@ ApiBlob SplitApiBlob(const char* api_def) {
   return {static_cast<unsigned char>(api_def[i]), api_def + i + 1};
 }
 
-bool IsAcceptedVersion(unsigned char version) {
+bool orvd_client::IsAcceptedVersion(unsigned char version) {
   return version == ORVD_JSON_DEF_VER_ARR[0];
 }
 
-std::optional<ApiDefinition> ParseApiDefinition(const char* json, std::string& error) {
+std::optional<ApiDefinition> orvd_client::ParseApiDefinition(const char* json, std::string& error) {
   Json::Value root;
   if (!ParseObject(json, root, error)) {
     return std::nullopt;

@@ -1,4 +1,4 @@
-// The blob that describes one API of the service: marker, version byte, JSON text.
+// The API definition that a service registers: marker, version byte, JSON text.
 
 #pragma once
 
@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
-// What the library reads of the JSON; the rest is the Manager's business.
+namespace orvd_client {
+
+// The members that the library reads. The Manager reads the others.
 struct ApiDefinition {
   std::string opcode;  // hexadecimal text
   std::vector<uint32_t> subsystems;
@@ -15,13 +17,15 @@ struct ApiDefinition {
 
 struct ApiBlob {
   unsigned char version;
-  const char* json;  // meaningful only when the version is the accepted one
+  const char* json;  // valid only if the version is accepted
 };
 
 ApiBlob SplitApiBlob(const char* api_def);
 bool IsAcceptedVersion(unsigned char version);
 
-// Reads the definition; on failure leaves a text for the log in `error`. Throws nothing of the JSON
-// library. A jsoncpp built without exceptions aborts when a thousand levels are nested, and on
-// nothing else.
+// Reads the definition. On failure it stores a text for the log in `error`. No exception of jsoncpp
+// leaves this function. A jsoncpp that is built without exceptions aborts at a thousand nested
+// levels, and in no other case.
 std::optional<ApiDefinition> ParseApiDefinition(const char* json, std::string& error);
+
+}  // namespace orvd_client

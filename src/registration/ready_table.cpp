@@ -1,8 +1,10 @@
 #include "registration/ready_table.h"
 
-#include "link/connection.h"
-#include "link/never_destroyed.h"
-#include "link/state.h"
+#include "base/never_destroyed.h"
+#include "link/generation.h"
+#include "link/service_id.h"
+
+namespace orvd_client {
 
 namespace {
 
@@ -13,7 +15,7 @@ ReadyEntry EntryOf(const ready_meta_data& record) {
 }  // namespace
 
 ReadyTable& TheReadyTable() {
-  return ProcessWide<ReadyTable>();
+  return NeverDestroyed<ReadyTable>();
 }
 
 std::optional<ReadyEntry> FindReadyEntry(uint32_t opcode) {
@@ -51,3 +53,5 @@ void NotifyReadyOpcodes(orvd_req_t& notification) {
     }
   }
 }
+
+}  // namespace orvd_client

@@ -1,4 +1,4 @@
-// The directory of what the service offers: every ready opcode with its callbacks.
+// The ready table: every ready opcode with its callbacks.
 
 #pragma once
 
@@ -9,11 +9,13 @@
 #include <optional>
 #include <utility>
 
-#include "link/mutex.h"
+#include "base/mutex.h"
 #include "orvd_types.h"
 
-// The first three carry the hand-over of the Manager's answer; the rest serves sessions,
-// notifications, tasks.
+namespace orvd_client {
+
+// The first three members hand over the Manager's answer to REDY. Sessions, notifications and tasks
+// use the other members.
 struct ready_meta_data {
   std::shared_ptr<int32_t> status;
   std::shared_ptr<std::condition_variable> cv;
@@ -28,7 +30,7 @@ struct ReadyTable {
   std::map<uint32_t, ready_meta_data> opcodes GUARDED_BY(mutex);
 };
 
-// What a user of the table takes with him when he lets go of the mutex.
+// A copy of the callbacks, for use without the mutex.
 struct ReadyEntry {
   orvd_state_callback_t state_callback;
   void* user_data;
@@ -37,12 +39,14 @@ struct ReadyEntry {
 
 ReadyTable& TheReadyTable();
 
-// An outdated receive thread finds no entry in the next two functions: the opcodes that are ready
-// now were made ready for a later initialisation.
+// The next two functions return nothing on an outdated receive thread: the opcodes that are ready
+// now belong to a later initialisation.
 std::optional<ReadyEntry> FindReadyEntry(uint32_t opcode);
-// The entry with the lowest opcode.
+// Returns the entry with the lowest opcode.
 std::optional<std::pair<uint32_t, ReadyEntry>> LowestReadyEntry();
 void ClearReadyTable();
-// Calls every session-state callback with the ready-table mutex held; none on an outdated receive
-// thread.
+// Calls every session-state callback in ascending order of the opcodes, with the ready-table mutex
+// held. Calls none on an outdated receive thread.
 void NotifyReadyOpcodes(orvd_req_t& notification);
+
+}  // namespace orvd_client

@@ -4,15 +4,17 @@
 #include <string>
 
 #include "IOrvdClient.h"
-#include "link/connection.h"
-#include "link/json_members.h"
-#include "link/log.h"
-#include "link/mutex.h"
-#include "link/never_destroyed.h"
-#include "link/pending_answer.h"
-#include "link/state.h"
+#include "base/json_members.h"
+#include "base/log.h"
+#include "base/mutex.h"
+#include "base/never_destroyed.h"
+#include "base/pending_answer.h"
+#include "link/send.h"
+#include "link/service_id.h"
 #include "registration/api_definition.h"
 #include "registration/supported_services.h"
+
+using namespace orvd_client;
 
 namespace {
 
@@ -29,10 +31,10 @@ struct RegistrationTables {
 };
 
 RegistrationTable& PlainTable() {
-  return ProcessWide<RegistrationTables>().plain;
+  return NeverDestroyed<RegistrationTables>().plain;
 }
 RegistrationTable& AuthTable() {
-  return ProcessWide<RegistrationTables>().authenticated;
+  return NeverDestroyed<RegistrationTables>().authenticated;
 }
 
 RegsAuthMetaData NewRecord() {
@@ -60,7 +62,8 @@ std::string WantedVersions() {
   return wanted;
 }
 
-// 0 and the definition, or the result of a refused one after its log line.
+// Returns 0 and the definition. For an invalid definition it logs why and returns the result of the
+// registration.
 int ReadDefinition(const char* api_def, uint32_t opcode, const char*& json,
                    ApiDefinition& definition) {
   const ApiBlob blob = SplitApiBlob(api_def);
@@ -73,18 +76,17 @@ int ReadDefinition(const char* api_def, uint32_t opcode, const char*& json,
   auto parsed = ParseApiDefinition(blob.json, error);
   if (!parsed) {
     LOG_AT(kFailure, "Parsing of API definition failed!! (opcode 0x%08x)", opcode);
-    LOG_AT(kAlways, "  JSON failure %s", error.c_str());
+    LOG_AT(kEveryLevel, "  JSON failure %s", error.c_str());
     return -1;
   }
   const uint32_t defined = FromHex(parsed->opcode);
   if (defined != opcode) {
-    // Deliberate: decimal digits behind "0x"; the text of a log line is what people search for, so
-    // it stays.
+    // Deliberate: the line shows decimal digits after "0x". People search logs for this text.
     LOG_AT(kFailure, "Mismatch opcode in registration %s (0x%08u) vs definition (0x%08u)",
            parsed->opcode.c_str(), opcode, defined);
     return -2;
   }
-  LOG_AT(kAlways, "json is %.*s", kLoggedCharacters, blob.json);
+  LOG_AT(kEveryLevel, "json is %.*s", kLoggedCharacters, blob.json);
   json = blob.json;
   definition = std::move(*parsed);
   return 0;
@@ -103,12 +105,12 @@ std::string AuthRequest(uint32_t service_id, uint32_t opcode, const char* json, 
   return request;
 }
 
-// This caller's record. One that an earlier call left behind when it could not send is taken over;
-// one whose caller still waits stays that caller's.
+// Returns a record for this caller. Reuses a record that an earlier call left because it could not
+// send. A record on which another caller still waits stays with that caller.
 RegsAuthMetaData InsertPending(uint32_t opcode) {
   const MutexLock lock(AuthTable().mutex);
   RegsAuthMetaData& record = AuthTable().pending.try_emplace(opcode, NewRecord()).first->second;
-  if (!IsUnattended(record)) {
+  if (!HasNoWaiter(record)) {
     return NewRecord();
   }
   *record.received = false;
@@ -122,7 +124,7 @@ int32_t AwaitVerdict(uint32_t opcode, const RegsAuthMetaData& record) {
   return *record.status;
 }
 
-// Returns false once the generation is over. The deinitialisation that ended it removes all pairs.
+// Returns false if the generation has ended. The deinitialisation that ended it removes all pairs.
 bool RecordSupported(Generation generation, uint32_t opcode, const ApiDefinition& definition) {
   for (const uint32_t ssid : definition.subsystems) {
     if (!AddSupportedPair(generation, opcode, ssid)) {
@@ -149,18 +151,19 @@ int32_t RequestRegistration(uint32_t opcode, std::shared_ptr<Connection> connect
 
 }  // namespace
 
-void HandleAuthAnswer(const Json::Value& message) {
+void orvd_client::HandleAuthAnswer(const Json::Value& message) {
   DeliverVerdict(AuthTable(), message);
 }
 
-void HandlePlainRegistrationAnswer(const Json::Value& message) {
+void orvd_client::HandlePlainRegistrationAnswer(const Json::Value& message) {
   DeliverVerdict(PlainTable(), message);
 }
 
 int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char* api_def,
                                 const char* token) {
   LOG_AT(kProgress, "ORVEX service register and authenticate");
-  // Taken before the check, so that the request never reaches the Manager of a later one.
+  // Read before the check, so that the request is not sent to the Manager of a later
+  // initialisation.
   auto connection = ConnectionToSendOn();
   const auto [refusal, generation] = CheckServiceId(service_id);
   if (refusal != 0) {
@@ -171,9 +174,9 @@ int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char
   }
   const char* json = nullptr;
   ApiDefinition definition;
-  const int unread = ReadDefinition(api_def, opcode, json, definition);
-  if (unread != 0) {
-    return unread;
+  const int failure = ReadDefinition(api_def, opcode, json, definition);
+  if (failure != 0) {
+    return failure;
   }
   if (RequestRegistration(opcode, std::move(connection),
                           AuthRequest(service_id, opcode, json, token)) != 0) {
@@ -188,7 +191,7 @@ int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char
 }
 
 int32_t _orvd_svc_register(...) {
-  LOG_AT(kAlways,
+  LOG_AT(kEveryLevel,
          "Error: The orvd_svc_register API is deprecated. Use the orvd_svc_register_auth API.");
   return -1;
 }

@@ -1,3 +1,5 @@
+// AUTH: registers an opcode with its API definition and a token.
+
 #pragma once
 
 #include <json/value.h>
@@ -6,14 +8,18 @@
 #include <cstdint>
 #include <memory>
 
-// One opcode whose registration waits for the Manager's verdict.
+namespace orvd_client {
+
+// One opcode whose registration waits for the Manager's answer.
 struct RegsAuthMetaData {
   std::shared_ptr<int32_t> status;
   std::shared_ptr<std::condition_variable> cv;
   std::shared_ptr<bool> received;
 };
 
-// The Manager's verdict on a registration with token.
+// Handles the Manager's answer to a registration with a token.
 void HandleAuthAnswer(const Json::Value& message);
-// The same for registrations without token, of which there are none left.
+// Handles the answer to a registration without a token. The library no longer sends such requests.
 void HandlePlainRegistrationAnswer(const Json::Value& message);
+
+}  // namespace orvd_client

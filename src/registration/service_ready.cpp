@@ -3,17 +3,19 @@
 #include <string>
 
 #include "IOrvdClient.h"
-#include "link/connection.h"
-#include "link/json_members.h"
-#include "link/log.h"
-#include "link/pending_answer.h"
-#include "link/state.h"
+#include "base/json_members.h"
+#include "base/log.h"
+#include "base/pending_answer.h"
+#include "link/send.h"
+#include "link/service_id.h"
 #include "registration/ready_table.h"
+
+using namespace orvd_client;
 
 namespace {
 
-// Guards the hand-over of answers. Not the ready-table mutex, which is held while notifications
-// run: a service thread that waits for readiness must not wait for them.
+// Guards the hand-over of answers. The ready-table mutex would be wrong here: it is held during
+// notification callbacks, and a thread that waits for an answer must not wait for these.
 Mutex gReadyAnswerMutex;
 
 std::string ReadyRequest(uint32_t service_id, uint32_t opcode) {
@@ -25,9 +27,9 @@ std::string ReadyRequest(uint32_t service_id, uint32_t opcode) {
   return request;
 }
 
-// Returns the record that is in the table afterwards: the answer goes to that one. A ready opcode
-// keeps its record. Inserts nothing once the generation is over: a deinitialisation clears the
-// table after it has ended the generation, so no entry survives it.
+// Returns the record that receives the answer: the new one, or the existing one of a ready opcode.
+// Inserts nothing if the generation has ended. A deinitialisation ends the generation before it
+// clears the table, so no entry remains.
 std::optional<ready_meta_data> InsertReady(Generation generation, uint32_t opcode,
                                            ready_meta_data record) {
   const MutexLock lock(TheReadyTable().mutex);
@@ -37,7 +39,7 @@ std::optional<ready_meta_data> InsertReady(Generation generation, uint32_t opcod
   const ready_meta_data& entry =
       TheReadyTable().opcodes.try_emplace(opcode, std::move(record)).first->second;
   const MutexLock answer_lock(gReadyAnswerMutex);
-  if (IsUnattended(entry)) {
+  if (HasNoWaiter(entry)) {
     *entry.received = false;
   }
   return entry;
@@ -58,7 +60,7 @@ std::optional<ready_meta_data> FindRecord(uint32_t opcode) {
   return found->second;
 }
 
-// Unless the entry is a later one, made after a deinitialisation.
+// Does not erase the entry of a later initialisation.
 void EraseReady(uint32_t opcode, const ready_meta_data& record) {
   const MutexLock lock(TheReadyTable().mutex);
   const auto found = TheReadyTable().opcodes.find(opcode);
@@ -69,7 +71,7 @@ void EraseReady(uint32_t opcode, const ready_meta_data& record) {
 
 }  // namespace
 
-void HandleReadyAnswer(const Json::Value& message) {
+void orvd_client::HandleReadyAnswer(const Json::Value& message) {
   const auto entry = FindRecord(FromDecimal(TextMember(message, "opcode", "0")));
   if (!entry) {
     return;
@@ -83,7 +85,8 @@ void HandleReadyAnswer(const Json::Value& message) {
 int32_t _orvd_svc_ready(uint32_t service_id, uint32_t opcode, orvd_state_callback_t state_callback,
                         void* user_data, orvd_task_function_t task_function) {
   const std::string request = ReadyRequest(service_id, opcode);
-  // Taken before the check, so that the request never reaches the Manager of a later one.
+  // Read before the check, so that the request is not sent to the Manager of a later
+  // initialisation.
   auto connection = ConnectionToSendOn();
   const auto [refusal, generation] = CheckServiceId(service_id);
   if (refusal != 0) {

@@ -1,6 +1,12 @@
+// REDY: declares an opcode ready.
+
 #pragma once
 
 #include <json/value.h>
 
-// The Manager's answer to a readiness request.
+namespace orvd_client {
+
+// Handles the Manager's answer.
 void HandleReadyAnswer(const Json::Value& message);
+
+}  // namespace orvd_client

@@ -4,9 +4,11 @@
 #include <utility>
 
 #include "IOrvdClient.h"
-#include "link/log.h"
-#include "link/mutex.h"
-#include "link/never_destroyed.h"
+#include "base/log.h"
+#include "base/mutex.h"
+#include "base/never_destroyed.h"
+
+using namespace orvd_client;
 
 namespace {
 
@@ -16,7 +18,7 @@ struct SupportedServices {
 };
 
 SupportedServices& Supported() {
-  return ProcessWide<SupportedServices>();
+  return NeverDestroyed<SupportedServices>();
 }
 
 void Add(uint32_t opcode, uint32_t ssid) REQUIRES(Supported().mutex) {
@@ -29,7 +31,7 @@ void Add(uint32_t opcode, uint32_t ssid) REQUIRES(Supported().mutex) {
 
 }  // namespace
 
-bool AddSupportedPair(Generation generation, uint32_t opcode, uint32_t ssid) {
+bool orvd_client::AddSupportedPair(Generation generation, uint32_t opcode, uint32_t ssid) {
   const MutexLock lock(Supported().mutex);
   if (CurrentGeneration() != generation) {
     return false;

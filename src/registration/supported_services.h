@@ -1,11 +1,15 @@
-// The (opcode, subsystem id) pairs that the Manager has accepted.
+// The supported pairs (opcode, subsystem id): the Manager has accepted their registration.
 
 #pragma once
 
 #include <cstdint>
 
-#include "link/connection.h"
+#include "link/generation.h"
 
-// Adds the pair, unless the generation is over. A deinitialisation removes all pairs after it has
-// ended the generation, so none is left behind. Returns whether the pair is there.
+namespace orvd_client {
+
+// Adds the pair. Returns false, and adds nothing, if the generation has ended. A deinitialisation
+// ends the generation before it removes all pairs, so no pair remains.
 bool AddSupportedPair(Generation generation, uint32_t opcode, uint32_t ssid);
+
+}  // namespace orvd_client

@@ -1,10 +1,12 @@
 #include "sessions/end_pairs.h"
 
-#include "link/log.h"
+#include "base/log.h"
 #include "sessions/session_state.h"
 
-bool InformEnd(uint32_t session_id, const SessionPair& pair, const ReadyEntry& entry,
-               EndCount& count) {
+namespace orvd_client {
+
+bool CallEndCallback(uint32_t session_id, const SessionPair& pair, const ReadyEntry& entry,
+                     EndCount& count) {
   const bool agreed =
       inform_session_state(session_id, pair.first, pair.second, entry.state_callback,
                            entry.user_data, ORVD_SESSION_END) == 0;
@@ -12,9 +14,9 @@ bool InformEnd(uint32_t session_id, const SessionPair& pair, const ReadyEntry& e
   return agreed;
 }
 
-bool TerminatePair(uint32_t session_id, const SessionPair& pair, const ReadyEntry& entry,
-                   EndCount& count) {
-  const bool agreed = InformEnd(session_id, pair, entry, count);
+bool CallEndCallbackAndLog(uint32_t session_id, const SessionPair& pair, const ReadyEntry& entry,
+                           EndCount& count) {
+  const bool agreed = CallEndCallback(session_id, pair, entry, count);
   LOG_AT(kProgress, "Session %u with 0x%08x::%u terminate %s", session_id, pair.first, pair.second,
          agreed ? "success" : "failed");
   return agreed;
@@ -24,3 +26,5 @@ void LogEnded(uint32_t session_id, const EndCount& count) {
   LOG_AT(kProgress, "Ended session %u with %d service (%d failed)", session_id, count.ended,
          count.failed);
 }
+
+}  // namespace orvd_client

@@ -10,10 +10,13 @@
 #include <utility>
 
 #include "IOrvdClient.h"
-#include "link/detached_thread.h"
-#include "link/json_members.h"
-#include "link/log.h"
+#include "base/detached_thread.h"
+#include "base/json_members.h"
+#include "base/log.h"
+#include "registration/ready_table.h"
 #include "sessions/session_table.h"
+
+using namespace orvd_client;
 
 namespace {
 
@@ -28,8 +31,8 @@ TaskAddress ReadAddress(const Json::Value& msg) {
   return {UintMember(msg, "session_id"), {opcode, subsys_id}};
 }
 
-// The clocks of both processes are one. Unsigned, because the start time is the Manager's to
-// choose.
+// Both processes read the same clock. The arithmetic is unsigned, because the Manager may send any
+// start time.
 void LogLatency(const Json::Value& msg) {
   const Json::Value* member = FindMember(msg, "start_time");
   const int64_t start_ms = member != nullptr ? member->asInt64() : 0;
@@ -81,7 +84,7 @@ void FreeCallRecord(_orvex_call_info_t* call) {
   free(call);
 }
 
-// What a task thread takes over.
+// Everything that a task thread takes ownership of.
 struct Task {
   Task(_orvex_call_info_t* its_call, orvd_task_function_t its_function)
       : call(its_call), function(its_function) {}
@@ -108,7 +111,20 @@ void StartTask(std::unique_ptr<Task> task) {
   static_cast<void>(task.release());
 }
 
+// Deliberate: the opcode is hexadecimal text here, as in the messages that open the session. The
+// answers to AUTH and REDY have decimal text, because they repeat the number that the library sent.
+int ExecuteTask(Json::Value& message) {
+  const auto entry = FindReadyEntry(FromHex(TextMember(message, "opcode", "0")));
+  return entry ? handle_exec_task(message, entry->task_function) : -1;
+}
+
 }  // namespace
+
+void orvd_client::HandleExecTask(Json::Value& message) {
+  if (ExecuteTask(message) != 0) {
+    LOG_AT(kFailure, "Failed to handle execute task event");
+  }
+}
 
 int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
   const TaskAddress address = ReadAddress(msg);
@@ -124,7 +140,7 @@ int handle_exec_task(Json::Value& msg, orvd_task_function_t task) {
   }
   auto started = std::make_unique<Task>(call, task);
   if (AddParamsToQueues(msg, &started->args) != 0) {
-    // Deliberate: the record of a refused call stays allocated, one for each refusal.
+    // Deliberate: the call record of a rejected task is not freed. The arguments are freed.
     return -1;  // NOLINT(clang-analyzer-unix.Malloc)
   }
   StartTask(std::move(started));

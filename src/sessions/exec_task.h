@@ -1,4 +1,4 @@
-// Tasks: from the Manager's request to the answer.
+// "exec_task": runs a task.
 
 #pragma once
 
@@ -6,10 +6,19 @@
 
 #include "orvd_types.h"
 
-// Starts one task on a detached thread of its own. Returns 0, or -1 when the pair is not ready in
-// the session or the arguments cannot be decoded; the Manager is then told nothing. Receive thread.
+namespace orvd_client {
+
+// Handles the message: looks up the task function of the opcode, and calls handle_exec_task.
+void HandleExecTask(Json::Value& message);
+
+}  // namespace orvd_client
+
+// Starts one task on a new detached thread. Returns 0. Returns -1, and sends no answer, if the pair
+// is not ready in the session, if `task` is null, or if the arguments cannot be decoded. Runs on
+// the receive thread.
 ORVD_EXPORT int handle_exec_task(Json::Value& msg, orvd_task_function_t task);
 
-// The life of a task thread: runs the task, releases the arguments, answers, frees the call record.
+// Runs on the task thread: calls `task`, frees the arguments, sends the answer, frees the call
+// record.
 ORVD_EXPORT void calling_wrapper(_orvex_call_info_t* call, orvd_task_function_t task,
                                  orvex_func_call_info_t args);

@@ -1,21 +1,22 @@
 #include "sessions/lost_sessions.h"
 
-#include "link/connection.h"
-#include "link/mutex.h"
+#include "base/mutex.h"
 #include "registration/ready_table.h"
 #include "sessions/session_table.h"
 
+namespace orvd_client {
+
 namespace {
 
-// The two last generations that were noted. A receive thread whose own generation was noted still
-// sees its sessions, which it has to end, but none that was lost before.
+// The last two recorded generations. A receive thread whose own generation was recorded still sees
+// the sessions of that generation, because it must end them. It does not see sessions lost earlier.
 Mutex gLostMutex;
 Generation gLast GUARDED_BY(gLostMutex) = 0;
 Generation gBeforeLast GUARDED_BY(gLostMutex) = 0;
 
 }  // namespace
 
-void NoteLostSessions(Generation generation) {
+void RecordLostSessions(Generation generation) {
   if (!LowestReadyEntry()) {
     return;
   }
@@ -31,8 +32,10 @@ Generation LostBefore(Generation generation) {
   return gLast < generation ? gLast : gBeforeLast;
 }
 
-void ForgetLostSessions() {
+void RemoveLostSessions() {
   const Generation lost = LostBefore(ServedGeneration() + 1);
   const MutexLock lock(Sessions().mutex);
-  ForgetSessions(lost);
+  RemoveSessions(lost);
 }
+
+}  // namespace orvd_client

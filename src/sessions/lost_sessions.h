@@ -1,16 +1,20 @@
-// The sessions of a Manager that has closed its connection, and what a deinitialisation that comes
-// meanwhile leaves of them.
+// Lost sessions: the Manager of these sessions has closed its connection. They must end even if the
+// service deinitialises before the receive thread has ended them.
 
 #pragma once
 
-#include "link/state.h"
+#include "link/generation.h"
 
-// The connection of this generation is lost. If any opcode is ready, a later generation does not see
-// the sessions of this generation and of earlier ones any more. Takes no session lock.
-void NoteLostSessions(Generation generation);
+namespace orvd_client {
 
-// The last generation before `generation` that was noted; 0 when there is none.
+// Records that the connection of `generation` is lost. If any opcode is ready, later generations no
+// longer see the sessions of this generation and of earlier ones. Does not lock the session mutex.
+void RecordLostSessions(Generation generation);
+
+// Returns the last recorded generation before `generation`; 0 without one.
 Generation LostBefore(Generation generation);
 
-// Removes, without a callback, what this receive thread's generation has lost.
-void ForgetLostSessions();
+// Removes the lost sessions of this receive thread's generation, without a callback.
+void RemoveLostSessions();
+
+}  // namespace orvd_client

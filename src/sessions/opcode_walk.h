@@ -1,4 +1,4 @@
-// The one walk over the "opcodes" of a session message.
+// Iterates over the "opcodes" of a session message.
 
 #pragma once
 
@@ -6,12 +6,14 @@
 
 #include <cstdint>
 
-#include "link/json_members.h"
+#include "base/json_members.h"
 #include "registration/ready_table.h"
 
-// Calls `visit(opcode, entry, ssid)` for every subsystem of every opcode that is ready, in the
-// order of the message; an opcode that is not ready is passed over. `read_opcode(element, opcode)`
-// ends the walk by returning false, and with it the whole function.
+namespace orvd_client {
+
+// Calls `visit(opcode, entry, ssid)` for every subsystem of every ready opcode, in the order of the
+// message. Skips an opcode that is not ready. When `read_opcode(element, opcode)` returns false,
+// this function returns false at once.
 template <typename ReadOpcode, typename Visit>
 bool WalkOpcodes(const Json::Value& message, ReadOpcode read_opcode, Visit visit) {
   for (const Json::Value& element : ListMember(message, "opcodes")) {
@@ -30,8 +32,10 @@ bool WalkOpcodes(const Json::Value& message, ReadOpcode read_opcode, Visit visit
   return true;
 }
 
-// The opcode as hexadecimal text, in the messages that start and ready sessions.
+// Reads the opcode as hexadecimal text, as in the messages that start and ready sessions.
 inline bool ReadHexOpcode(const Json::Value& element, uint32_t& opcode) {
   opcode = FromHex(TextMember(element, "id", "0"));
   return true;
 }
+
+}  // namespace orvd_client

@@ -3,12 +3,15 @@
 #include <map>
 #include <vector>
 
-#include "link/log.h"
+#include "base/json_members.h"
+#include "base/log.h"
 #include "sessions/end_pairs.h"
 #include "sessions/opcode_walk.h"
 #include "sessions/session_response.h"
 #include "sessions/session_state.h"
 #include "sessions/session_table.h"
+
+using namespace orvd_client;
 
 namespace {
 
@@ -20,19 +23,22 @@ void AnswerEnd(uint32_t session_id, const EndCount& count) {
   LogEnded(session_id, count);
 }
 
-bool IsOpenOrAnswered(uint32_t session_id) {
+// Sends the answer itself if the session is not open, and then returns false.
+bool CheckOpenOrAnswer(uint32_t session_id) {
   const MutexLock lock(Sessions().mutex);
   if (FindSession(session_id) != nullptr) {
     return true;
   }
   LOG_AT(kWarning, "Session %u is not active; ignoring", session_id);
-  // Deliberate: answered with the mutex still held.
+  // Deliberate: the answer is sent with the mutex held, so it precedes every session event that
+  // waits for the mutex.
   AnswerEnd(session_id, {});
   return false;
 }
 
-// Deliberate: a JSON number here, hexadecimal text in the messages that start and ready sessions. A
-// missing id fails too, and ends the request without an answer; pairs ended before it stay ended.
+// Deliberate: the opcode is a JSON number here, as the Manager sends it. It is hexadecimal text in
+// the messages that start and ready sessions. Any other kind, or a missing id, stops the request
+// without an answer; the pairs that have ended before it stay ended.
 bool ReadNumericOpcode(const Json::Value& element, uint32_t& opcode) {
   const Json::Value* id = FindMember(element, "id");
   if (id == nullptr || !id->isUInt()) {
@@ -52,7 +58,7 @@ void EndPair(uint32_t session_id, const SessionPair& pair, const ReadyEntry& ent
     LOG_AT(kWarning, "Session %u with 0x%08x::%u is not active; ignoring", session_id, opcode,
            ssid);
     ++count.failed;
-  } else if (TerminatePair(session_id, pair, entry, count)) {
+  } else if (CallEndCallbackAndLog(session_id, pair, entry, count)) {
     pairs->erase(pair);
   }
 }
@@ -66,13 +72,13 @@ void EndWholeSession(uint32_t session_id, EndCount& count) {
   for (const auto& [pair, state] : *pairs) {
     const auto entry = FindReadyEntry(pair.first);
     if (entry) {
-      InformEnd(session_id, pair, *entry, count);
+      CallEndCallback(session_id, pair, *entry, count);
     }
   }
   pairs->clear();
 }
 
-void DropEmptySession(uint32_t session_id) {
+void RemoveEmptySession(uint32_t session_id) {
   const MutexLock lock(Sessions().mutex);
   const SessionPairs* pairs = FindSession(session_id);
   if (pairs != nullptr && pairs->empty()) {
@@ -85,7 +91,7 @@ void DropEmptySession(uint32_t session_id) {
 
 int handle_session_end(Json::Value& msg) {
   const uint32_t session_id = UintMember(msg, "session_id");
-  if (!IsOpenOrAnswered(session_id)) {
+  if (!CheckOpenOrAnswer(session_id)) {
     return -1;
   }
   EndCount count;
@@ -99,7 +105,7 @@ int handle_session_end(Json::Value& msg) {
   if (IsEmptyList(ListMember(msg, "opcodes"))) {
     EndWholeSession(session_id, count);
   }
-  DropEmptySession(session_id);
+  RemoveEmptySession(session_id);
   AnswerEnd(session_id, count);
   return count.ended >= 1 ? 0 : -1;
 }

@@ -2,11 +2,13 @@
 
 #include <mutex>
 
-#include "link/log.h"
-#include "link/state.h"
+#include "base/log.h"
+#include "link/service_id.h"
 #include "sessions/opcode_walk.h"
 #include "sessions/session_state.h"
 #include "sessions/session_table.h"
+
+namespace orvd_client {
 
 namespace {
 
@@ -21,7 +23,7 @@ bool IsOpen(uint32_t session_id) {
   return false;
 }
 
-// Whether the pair became ready.
+// Returns whether the pair became ready.
 bool MakeReady(uint32_t session_id, int service_id, const SessionPair& pair,
                const ReadyEntry& entry) REQUIRES(Sessions().mutex) {
   const auto [opcode, ssid] = pair;
@@ -41,9 +43,9 @@ bool MakeReady(uint32_t session_id, int service_id, const SessionPair& pair,
   return true;
 }
 
-// Deliberate: one lock object serves the whole request, and a rejected pair leaves it locked. A
-// further pair then raises std::system_error, which ends the process on the receive thread; the
-// pairs behind it are not readied. A rejected pair that is the last one does no harm.
+// Deliberate: one lock object serves the whole message, and a rejected pair leaves it locked. A
+// further pair then throws std::system_error, which ends the process on the receive thread. The
+// pairs before it stay ready. A rejected last pair has no further effect.
 void ReadyPairs(const Json::Value& msg, uint32_t session_id,
                 int service_id) NO_THREAD_SAFETY_ANALYSIS {
   std::unique_lock<std::mutex> lock(Sessions().mutex.native(), std::defer_lock);
@@ -66,8 +68,10 @@ void handle_session_ready(Json::Value& msg) {
     LOG_AT(kFailure, "Failed to handle session ready event");
     return;
   }
-  LOG_AT(kAlways, "session_id received is %u", session_id);
+  LOG_AT(kEveryLevel, "session_id received is %u", session_id);
   if (IsOpen(session_id)) {
     ReadyPairs(msg, session_id, ServiceId());
   }
 }
+
+}  // namespace orvd_client

@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <string>
 
-#include "link/connection.h"
+#include "link/send.h"
+
+using namespace orvd_client;
 
 namespace {
 

@@ -1,3 +1,5 @@
+// The answers to "start_session" and "end_session".
+
 #pragma once
 
 #include <map>
@@ -5,7 +7,7 @@
 
 #include "orvex_args.h"
 
-// Sends the answer to "start_session" or "end_session". `started` (opcode to subsystem ids) is
-// shown by a successful start only. Returns 0, or -1 when it could not be sent.
+// Sends the answer to "start_session" or "end_session". Only the answer to a successful start
+// contains `started` (opcode to subsystem ids). Returns 0, or -1 if the send failed.
 ORVD_EXPORT int send_session_response(bool is_start, bool success, unsigned session_id,
                                       std::map<unsigned, std::vector<unsigned>>& started);

@@ -4,12 +4,14 @@
 #include <vector>
 
 #include "IOrvdClient.h"
-#include "link/log.h"
-#include "link/state.h"
+#include "base/log.h"
+#include "link/service_id.h"
 #include "sessions/opcode_walk.h"
 #include "sessions/session_response.h"
 #include "sessions/session_state.h"
 #include "sessions/session_table.h"
+
+using namespace orvd_client;
 
 namespace {
 
@@ -60,8 +62,8 @@ void StartSupportedPair(StartRequest& request, const SessionPair& pair, const Re
            pair.second);
     ++request.duplicate;
   } else {
-    // Deliberate: a second start withdraws a pair that was never made ready, without a callback, so
-    // that a third one starts it afresh.
+    // Deliberate: a second start removes a pair that never became ready, without a callback. A
+    // third start then starts the pair again.
     LOG_AT(kWarning, "Session %u with 0x%08x::%u never received ready_session. Resetting",
            request.session_id, pair.first, pair.second);
     pairs->erase(pair);
@@ -96,7 +98,7 @@ int handle_session_start(Json::Value& msg) {
   if (!ReadUintMember(msg, "session_id", session_id)) {
     return -1;
   }
-  LOG_AT(kAlways, "session_id received is %u", session_id);
+  LOG_AT(kEveryLevel, "session_id received is %u", session_id);
   OpenSession(session_id);
   StartRequest request{session_id, ServiceId()};
   WalkOpcodes(msg, ReadHexOpcode, [&](uint32_t opcode, const ReadyEntry& entry, uint32_t ssid) {

@@ -1,11 +1,13 @@
 #include "sessions/session_state.h"
 
-#include "link/log.h"
-#include "link/state.h"
+#include "base/log.h"
+#include "link/service_id.h"
 #include "registration/ready_table.h"
 
-int CallSessionState(int service_id, const SessionEvent& event, orvd_state_callback_t callback,
-                     void* user_data) {
+using namespace orvd_client;
+
+int orvd_client::CallSessionState(int service_id, const SessionEvent& event,
+                                  orvd_state_callback_t callback, void* user_data) {
   if (callback == nullptr) {
     return -1;
   }
@@ -19,7 +21,7 @@ int CallSessionState(int service_id, const SessionEvent& event, orvd_state_callb
 
 int inform_session_state(unsigned session_id, unsigned opcode, unsigned ssid,
                          orvd_state_callback_t callback, void* user_data, orvd_status_t type) {
-  LOG_AT(kAlways, "in inform_session_state");
+  LOG_AT(kEveryLevel, "in inform_session_state");
   return CallSessionState(ServiceId(), {type, opcode, ssid, session_id}, callback, user_data);
 }
 
@@ -29,7 +31,7 @@ int send_reconnection_notification() {
     LOG_AT(kProgress, "No sessions due to no ready opcodes.");
     return 0;
   }
-  // Deliberate: one call for the service, not one for each opcode; it initialises again as a whole.
+  // Deliberate: one call for the whole service, because the service initialises again as a whole.
   const auto& [opcode, entry] = *lowest;
   return inform_session_state(0, opcode, 0, entry.state_callback, entry.user_data,
                               ORVD_RECONNECTED);

@@ -1,8 +1,10 @@
-// Calls to the service's session-state callbacks.
+// Calls the service's session-state callbacks.
 
 #pragma once
 
 #include "orvd_types.h"
+
+namespace orvd_client {
 
 // One event of one pair.
 struct SessionEvent {
@@ -12,16 +14,19 @@ struct SessionEvent {
   uint32_t session_id;
 };
 
-// Calls `callback` with a record that holds only the event. Without a callback nobody agrees: -1.
+// Calls `callback` with a record that contains only the event, and returns its result. Returns -1
+// without a callback.
 int CallSessionState(int service_id, const SessionEvent& event, orvd_state_callback_t callback,
                      void* user_data);
 
-// The same with the service id of the moment, and a log line. Any lock that the caller holds is
-// held during the callback.
+}  // namespace orvd_client
+
+// Calls `callback` with the current service id, and logs a line. The caller's locks are held during
+// the callback.
 ORVD_EXPORT int inform_session_state(unsigned session_id, unsigned opcode, unsigned ssid,
                                      orvd_state_callback_t callback, void* user_data,
                                      orvd_status_t type);
 
-// Tells the lowest ready opcode's callback that the Manager is back. Returns its result; 0 when
-// nothing is ready.
+// Calls the callback of the lowest ready opcode with ORVD_RECONNECTED. Returns its result, or 0 if
+// no opcode is ready.
 ORVD_EXPORT int send_reconnection_notification();

@@ -1,11 +1,12 @@
 #include "sessions/session_table.h"
 
-#include "link/connection.h"
-#include "link/never_destroyed.h"
+#include "base/never_destroyed.h"
 #include "sessions/lost_sessions.h"
 
+namespace orvd_client {
+
 SessionTable& Sessions() {
-  return ProcessWide<SessionTable>();
+  return NeverDestroyed<SessionTable>();
 }
 
 bool IsVisible(const Session& session) {
@@ -39,9 +40,11 @@ orvd_start_state* FindPair(SessionPairs* pairs, const SessionPair& pair) {
   return found != pairs->end() ? &found->second : nullptr;
 }
 
-void ForgetSessions(Generation generation) {
+void RemoveSessions(Generation generation) {
   auto& sessions = Sessions().sessions;
   for (auto session = sessions.begin(); session != sessions.end();) {
     session = session->second.generation <= generation ? sessions.erase(session) : ++session;
   }
 }
+
+}  // namespace orvd_client

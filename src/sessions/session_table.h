@@ -1,4 +1,4 @@
-// Which pairs of every open session are started, and which are ready.
+// The session table: the started and the ready pairs of every open session.
 
 #pragma once
 
@@ -6,11 +6,13 @@
 #include <map>
 #include <utility>
 
-#include "link/connection.h"
-#include "link/mutex.h"
+#include "base/mutex.h"
+#include "link/generation.h"
+
+namespace orvd_client {
 
 enum orvd_start_state : int {
-  ORVD_STARTED = 0,  // the start callback agreed; no "ready_session" yet
+  ORVD_STARTED = 0,  // the start callback has agreed; no "ready_session" has come yet
   ORVD_READY = 1,
 };
 
@@ -18,12 +20,11 @@ using SessionPair = std::pair<uint32_t, uint32_t>;  // opcode, subsystem id
 using SessionPairs = std::map<SessionPair, orvd_start_state>;
 
 struct Session {
-  Generation generation = 0;  // the last one that started, readied or ended pairs of the session
+  Generation generation = 0;  // the last generation that changed pairs of the session
   SessionPairs pairs;
 };
 
-// The session mutex is held around the session-state callbacks of start, ready, end and
-// termination.
+// The session mutex is held during the callbacks for start, ready and end of a pair.
 struct SessionTable {
   Mutex mutex;
   std::map<uint32_t, Session> sessions GUARDED_BY(mutex);
@@ -31,18 +32,21 @@ struct SessionTable {
 
 SessionTable& Sessions();
 
-// Whether the session exists for this thread. Sessions of a lost generation do not exist for a later
-// one. Sessions of a later generation do not exist for an outdated receive thread.
+// Returns whether this thread may use the session. A thread of a later generation does not see
+// sessions of a lost generation. An outdated receive thread does not see sessions of a later
+// generation.
 bool IsVisible(const Session& session);
 
-// The pairs of a visible session; null when there is none.
+// Returns the pairs of the session; null if no visible session has this id.
 SessionPairs* FindSession(uint32_t session_id) REQUIRES(Sessions().mutex);
-// The same, and opens the session when it is not open. Null for an outdated receive thread when a
-// later generation has opened the session.
+// The same, but opens the session if it is not open. Returns null on an outdated receive thread if
+// a later generation has opened the session.
 SessionPairs* FindOrOpenSession(uint32_t session_id) REQUIRES(Sessions().mutex);
 
-// The state of a started pair; null when the pair is not started, or there are no pairs.
+// Returns the state of a started pair; null if the pair is not started or `pairs` is null.
 orvd_start_state* FindPair(SessionPairs* pairs, const SessionPair& pair);
 
-// Removes the sessions of this generation and of earlier ones, without a callback.
-void ForgetSessions(Generation generation) REQUIRES(Sessions().mutex);
+// Removes the sessions of `generation` and of earlier generations, without a callback.
+void RemoveSessions(Generation generation) REQUIRES(Sessions().mutex);
+
+}  // namespace orvd_client

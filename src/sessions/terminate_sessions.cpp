@@ -1,18 +1,19 @@
 #include "sessions/terminate_sessions.h"
 
-#include "link/connection.h"
-#include "link/log.h"
+#include "base/log.h"
 #include "sessions/end_pairs.h"
 #include "sessions/session_state.h"
 
+using namespace orvd_client;
+
 namespace {
 
-void TerminateAllPairs(uint32_t session_id, const SessionPairs& pairs, EndCount& count)
+void EndPairsOfSession(uint32_t session_id, const SessionPairs& pairs, EndCount& count)
     REQUIRES(Sessions().mutex) {
   for (const auto& [pair, state] : pairs) {
     const auto entry = FindReadyEntry(pair.first);
     if (entry) {
-      TerminatePair(session_id, pair, *entry, count);
+      CallEndCallbackAndLog(session_id, pair, *entry, count);
     }
   }
 }
@@ -35,10 +36,10 @@ int terminate_sessions() {
     for (const auto& [session_id, session] : Sessions().sessions) {
       if (IsVisible(session)) {
         last_session_id = session_id;
-        TerminateAllPairs(session_id, session.pairs, count);
+        EndPairsOfSession(session_id, session.pairs, count);
       }
     }
-    ForgetSessions(ServedGeneration());
+    RemoveSessions(ServedGeneration());
   }
   LogEnded(last_session_id, count);
   return count.ended >= 1 ? 0 : -1;

@@ -2,22 +2,24 @@
 
 #include <stdexcept>
 
-#include "link/log.h"
+#include "base/log.h"
+
+using namespace orvd_client;
 
 namespace {
 
-// Converts with one of the standard library's functions; every failure becomes a line and -1.
+// Converts with a function of the standard library. Logs a line and returns -1 on every failure.
 template <typename Number, typename Convert>
 int Validate(const std::string& text, Number* out, Convert convert) {
   try {
     *out = static_cast<Number>(convert(text));
     return 0;
   } catch (const std::invalid_argument&) {
-    LOG_AT(kAlways, "Invalid input, no conversion");
+    LOG_AT(kEveryLevel, "Invalid input, no conversion");
   } catch (const std::out_of_range&) {
-    LOG_AT(kAlways, "Invalid input, out of range input");
+    LOG_AT(kEveryLevel, "Invalid input, out of range input");
   } catch (...) {
-    LOG_AT(kAlways, "Invalid input");
+    LOG_AT(kEveryLevel, "Invalid input");
   }
   return -1;
 }
@@ -28,7 +30,7 @@ int stoi_validation(std::string s, int* out) {
   return Validate(s, out, [](const std::string& text) { return std::stoi(text, nullptr, 10); });
 }
 
-// Deliberate: cut to 32 bits without a check of the range.
+// Deliberate: the number is cut to 32 bits without a range check. Services depend on the results.
 int stoul_validation(std::string s, unsigned* out) {
   return Validate(s, out, [](const std::string& text) { return std::stoul(text, nullptr, 10); });
 }

@@ -6,7 +6,7 @@ from collections import Counter
 from functools import partial
 from pathlib import Path
 
-LEVELS = ("kAlways", "kFailure", "kWarning", "kDetail", "kProgress")
+LEVELS = ("kEveryLevel", "kFailure", "kWarning", "kDetail", "kProgress")
 PROPERTIES = {"property_get_int32": "number", "GetProperty": "text", "GetBoolProperty": "switch"}
 find = partial(re.findall, flags=re.M)
 texts = {str(path.relative_to(sys.argv[1])): path.read_text(encoding="utf-8") for pattern in (
@@ -34,7 +34,7 @@ for sender, side, text, table in examples:
         compare(f"PROTOCOL.md, inside of {text}", inside.intersection(find(r'"(\w+)":', text)), inside)
     if table or side == "service":
         shown.update((side, kind) for kind in find(r'"req_type":"(\w+)"', text))
-handled = find(r'\{"(\w+)", \w+[<}]', texts["src/link/dispatch.cpp"]) + ["volume_change"]  # can replace any
+handled = find(r'\{"(\w+)", \w+[<}]', texts["src/client/dispatch.cpp"]) + ["volume_change"]  # can replace any
 sent = find(r'"req_type":"(\w+)"', sources) + ["start_session", "end_session", "INFO_QUERY", "INFO_MNTR"]
 compare("PROTOCOL.md", {("manager", kind) for kind in handled} | {("service", kind) for kind in sent}, shown)
 
@@ -45,9 +45,9 @@ compare("PROTOCOL.md, deliberate", Counter({path: text.count("// Deliberate:") f
         Counter(find(r"\| `(src/\S+)` \|$", protocol)))
 
 # Every log line in LOGS.md exists in the sources. Every log line of level 1 or 2 and of the decoders is in LOGS.md.
-lines = {f"{LEVELS.index(gate)} {text}" for gate, text in find(r'LOG_AT\(\s*(k\w+),\s*"((?:\\.|[^"\\])*)"', sources)}
-for wording in find(r'PathWording k\w+\{\s*"([^"]*)",\s*"([^"]*)"', sources):
-    lines.update(f"0 {text}" for text in wording)
+lines = {f"{LEVELS.index(level)} {text}" for level, text in find(r'LOG_AT\(\s*(k\w+),\s*"((?:\\.|[^"\\])*)"', sources)}
+for decoder in find(r'DecoderTexts k\w+\{\s*"([^"]*)",\s*"([^"]*)"', sources):
+    lines.update(f"0 {text}" for text in decoder)
 explained = {f"{level} {text}" for text, level in find(r"^\| `(.*)` \| ([0-4]) \|", logs)}
 due = {line for line in lines if re.match("[12]|0 .*(parsing|Out of range)", line)}
 compare("LOGS.md", due | (explained & lines), explained)

@@ -6,7 +6,7 @@
 #include <csignal>
 #include <iostream>
 
-#include "link/never_destroyed.h"
+#include "base/never_destroyed.h"
 #include "support/service_fixture.h"
 #include "support/taken_args.h"
 
@@ -51,7 +51,7 @@ int main() {
       R"({"Orvex":{"opcode":"0x10","subsystems":[{"id":1},{"id":2}]}})";
   const auto callback = Recorder::Callback;
   const auto task = RunTask;
-  Recorder* user_data = &ProcessWide<Recorder>();
+  Recorder* user_data = &orvd_client::NeverDestroyed<Recorder>();
   CALL(orvd_svc_init());
   CALL(_orvd_svc_register_auth(7, 16, api_def, "s3cr3t"));
   CALL(_orvd_svc_ready(7, 16, callback, user_data, task));

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "link/connection.h"
+#include "link/send.h"
 #include "support/faults.h"
 #include "support/service_fixture.h"
 

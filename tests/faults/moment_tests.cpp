@@ -253,12 +253,12 @@ void StoppedThreadTest::UseAndEnd() {
   peer.Send(kEnd);
   EXPECT_THAT(Next("end_session"), testing::HasSubstr("Success"));
   EXPECT_EQ(Next("exec_task", orvd::Milliseconds(0)), "none");
-  std::string told;
+  std::string events;
   for (const LogLine& line : Log()) {
-    told += line.text.rfind("event ", 0) == 0 && line.text[6] > '1' ? line.text.substr(6) : "";
+    events += line.text.rfind("event ", 0) == 0 && line.text[6] > '1' ? line.text.substr(6) : "";
   }
   // Four pairs start, one becomes ready, the ready opcode gets one notification, four pairs end.
-  EXPECT_EQ(told.substr(std::min(told.size(), told.rfind("2222"))), "2222643333");
+  EXPECT_EQ(events.substr(std::min(events.size(), events.rfind("2222"))), "2222643333");
 }
 
 // Returns false when the moment has no such lock.

@@ -3,7 +3,8 @@
 
 #include <thread>
 
-#include "link/connection.h"
+#include "link/disconnect.h"
+#include "link/send.h"
 #include "support/script_test.h"
 
 namespace {

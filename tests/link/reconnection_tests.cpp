@@ -4,7 +4,7 @@
 #include <future>
 #include <thread>
 
-#include "link/connection.h"
+#include "link/disconnect.h"
 #include "link/reconnection.h"
 #include "support/frozen_clock.h"
 #include "support/service_fixture.h"

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "json_text.h"
-#include "link/connection.h"
+#include "link/send.h"
 #include "sessions/exec_task.h"
 #include "sessions/session_end.h"
 #include "sessions/session_start.h"

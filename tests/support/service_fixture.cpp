@@ -124,7 +124,8 @@ int ServiceTest::Register(uint32_t opcode, std::initializer_list<uint32_t> ssids
 }
 
 int ServiceTest::Ready(uint32_t opcode, orvd_task_function_t task) {
-  return _orvd_svc_ready(kServiceId, opcode, Recorder::Callback, &ProcessWide<Recorder>(), task);
+  return _orvd_svc_ready(kServiceId, opcode, Recorder::Callback,
+                         &orvd_client::NeverDestroyed<Recorder>(), task);
 }
 
 void ServiceTest::Offer(uint32_t opcode, std::initializer_list<uint32_t> ssids,

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "IOrvdClient.h"
-#include "link/never_destroyed.h"
+#include "base/never_destroyed.h"
 #include "manager_peer.h"
 #include "messages.h"
 #include "support/log_capture.h"
@@ -82,5 +82,5 @@ class ServiceTest : public testing::Test {
 
   orvd::ManagerPeer peer{kSharedPath};
   // Never destroyed: a receive thread may still run a callback after the test.
-  Recorder& recorder = ProcessWide<Recorder>();
+  Recorder& recorder = orvd_client::NeverDestroyed<Recorder>();
 };

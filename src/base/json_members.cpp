@@ -1,6 +1,8 @@
-#include "link/json_members.h"
+#include "base/json_members.h"
 
 #include <cstdlib>
+
+namespace orvd_client {
 
 const Json::Value* FindMember(const Json::Value& object, std::string_view name) {
   return object.find(name.data(), name.data() + name.size());
@@ -52,3 +54,5 @@ uint32_t FromHex(const std::string& text) {
 uint32_t FromDecimal(const std::string& text) {
   return static_cast<uint32_t>(std::stoll(text));
 }
+
+}  // namespace orvd_client

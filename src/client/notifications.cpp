@@ -1,15 +1,17 @@
-#include "link/notifications.h"
+#include "client/notifications.h"
 
 #include <cstdlib>
 #include <string>
 
-#include "link/dispatch.h"
-#include "link/json_members.h"
-#include "link/log.h"
+#include "base/json_members.h"
+#include "base/log.h"
+#include "registration/ready_table.h"
+
+namespace orvd_client {
 
 namespace {
 
-void TellStateChange(const Json::Value& message, orvd_status_t type) {
+void NotifyStateChange(const Json::Value& message, orvd_status_t type) {
   orvd_req_t req{};
   req.type = type;
   req.state = TextMember(message, "state", "null");
@@ -19,10 +21,10 @@ void TellStateChange(const Json::Value& message, orvd_status_t type) {
   LOG_AT(kDetail, "State change: %s, session_id: %d, package: %s, state: %s",
          TextMember(message, "req_type", "0").c_str(), static_cast<int>(req.session_id),
          req.package.c_str(), req.state.c_str());
-  // Deliberate: found anywhere in the combined text, so that "nullable" keeps the change from the
-  // service too. The Manager writes "null" for what it does not know.
+  // Deliberate: the Manager writes "null" for a state that it does not know. The search finds
+  // "null" anywhere in the combined text, so a state such as "nullable" is not forwarded either.
   if (req.state.find("null") == std::string::npos) {
-    TellReadyOpcodes(req);
+    NotifyReadyOpcodes(req);
   }
 }
 
@@ -31,7 +33,7 @@ void TellStateChange(const Json::Value& message, orvd_status_t type) {
 void HandlePermissionChange(const Json::Value& message) {
   orvd_req_t req{};
   req.type = ORVD_PERMISSION_CHANGE;
-  // Deliberate: the Manager spells this member so.
+  // Deliberate: the Manager spells the name of this member so.
   const std::string session_id = TextMember(message, "sesson_id", "0");
   req.session_id = static_cast<uint32_t>(strtoul(session_id.c_str(), nullptr, 10));
   const std::string status = TextMember(message, "status", "0");
@@ -43,13 +45,15 @@ void HandlePermissionChange(const Json::Value& message) {
          TextMember(message, "req_type", "0").c_str(), static_cast<int>(req.opcode),
          static_cast<int>(req.ssid), static_cast<int>(req.session_id), req.permission.c_str(),
          req.package.c_str(), req.status);
-  TellReadyOpcodes(req);
+  NotifyReadyOpcodes(req);
 }
 
 void HandleStateChange(const Json::Value& message) {
-  TellStateChange(message, ORVD_STATE_CHANGE);
+  NotifyStateChange(message, ORVD_STATE_CHANGE);
 }
 
 void HandleSystemSettingChange(const Json::Value& message) {
-  TellStateChange(message, ORVD_SYSTEM_SETTING_CHANGE);
+  NotifyStateChange(message, ORVD_SYSTEM_SETTING_CHANGE);
 }
+
+}  // namespace orvd_client

@@ -1,4 +1,4 @@
-// std::mutex as a capability, so that clang checks which state is touched under which lock.
+// Wraps std::mutex with clang's thread-safety annotations.
 
 #pragma once
 
@@ -18,8 +18,10 @@
 #define RELEASE(...) ORVEX_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define NO_THREAD_SAFETY_ANALYSIS ORVEX_THREAD_ANNOTATION(no_thread_safety_analysis)
 
-// Never destroyed, also as a global: threads of the library lock it until the process is gone, and
-// the device's C library aborts on a destroyed mutex. A union leaves its member alone.
+namespace orvd_client {
+
+// Never destroyed, even as a global: the library's threads may lock it while the process exits, and
+// the device's C library aborts on a destroyed mutex. A union does not destroy its member.
 class CAPABILITY("mutex") Mutex {
  public:
   constexpr Mutex() : mutex_() {}
@@ -42,9 +44,11 @@ class SCOPED_CAPABILITY MutexLock {
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
-  // For condition variables, which give the mutex back before they return.
+  // For condition variables.
   std::unique_lock<std::mutex>& native() { return lock_; }
 
  private:
   std::unique_lock<std::mutex> lock_;
 };
+
+}  // namespace orvd_client

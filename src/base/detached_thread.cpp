@@ -1,6 +1,8 @@
-#include "link/detached_thread.h"
+#include "base/detached_thread.h"
 
 #include <pthread.h>
+
+namespace orvd_client {
 
 namespace {
 
@@ -29,3 +31,5 @@ int StartDetachedThread(void* (*run)(void*), void* argument) {
 int StartDetachedTaskThread(void* (*run)(void*), void* argument) {
   return Start(kTaskStackSize, run, argument);
 }
+
+}  // namespace orvd_client

@@ -1,12 +1,16 @@
+// The answer to "exec_task".
+
 #include <string>
 
 #include "IOrvdClient.h"
-#include "link/connection.h"
+#include "link/send.h"
+
+using namespace orvd_client;
 
 namespace {
 
 constexpr int32_t kShortForm = -1;
-constexpr size_t kFixedText = 200;  // about what an answer has besides the service's texts
+constexpr size_t kFixedText = 200;  // approximate size of an answer without the service's texts
 constexpr const char* kFailedResult = "-1";
 
 std::string ShortAnswer(const _orvex_call_info_t& call, const std::string& req_type) {

@@ -1,4 +1,4 @@
-#include "link/receive_thread.h"
+#include "client/receive_thread.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,18 +9,23 @@
 #include <utility>
 #include <vector>
 
-#include "link/connection.h"
-#include "link/detached_thread.h"
-#include "link/dispatch.h"
-#include "link/log.h"
+#include "base/detached_thread.h"
+#include "base/log.h"
+#include "client/dispatch.h"
+#include "link/disconnect.h"
 #include "link/message_parser.h"
 #include "link/reconnection.h"
+#include "link/service_id.h"
 #include "sessions/lost_sessions.h"
+#include "sessions/session_state.h"
+#include "sessions/terminate_sessions.h"
+
+namespace orvd_client {
 
 namespace {
 
 constexpr size_t kFirstBufferSize = 5120;
-// Tasks come only to sessions, so the room for large ones is made at the first of these.
+// Only tasks are large, and tasks need a session. So the buffer grows at the first session.
 constexpr size_t kGrownBufferSize = 524288;
 constexpr useconds_t kPauseAfterError = 500000;
 
@@ -29,7 +34,7 @@ class Receiver {
   explicit Receiver(std::shared_ptr<Connection> connection)
       : connection_(std::move(connection)), buffer_(kFirstBufferSize) {}
 
-  // One turn of the loop.
+  // Receives and handles one message.
   NextAction ServeOne();
 
  private:
@@ -52,37 +57,37 @@ NextAction Receiver::ServeOne() {
   return received < 0 ? OnError(received) : OnPacket(static_cast<size_t>(received));
 }
 
-// Once this process has begun to leave the connection, EBADF is reported whatever recvfrom
-// returned.
+// Reports EBADF, whatever recvfrom returned, if this process disconnects or if the generation has
+// ended.
 ssize_t Receiver::Receive() {
   ssize_t received = -1;
   if (connection_) {
     received = recvfrom(connection_->fd(), buffer_.data(), buffer_.size(), 0, nullptr, nullptr);
   }
   const int error = errno;
-  const bool left = !connection_ || connection_->is_shut_down() ||
-                    (received == 0 && !NoteLoss(*connection_)) ||
-                    (received < 0 && (connection_->is_being_left() || ThisThreadIsOutdated()));
-  errno = left ? EBADF : error;
-  return left ? -1 : received;
+  const bool disconnected =
+      !connection_ || connection_->is_shut_down() || (received == 0 && !RecordLoss(*connection_)) ||
+      (received < 0 && (connection_->is_disconnecting() || ThisThreadIsOutdated()));
+  errno = disconnected ? EBADF : error;
+  return disconnected ? -1 : received;
 }
 
 NextAction Receiver::OnClosedByManager() {
   const int error = errno;
-  NoteLostSessions(ServedGeneration());
+  RecordLostSessions(ServedGeneration());
   LOG_AT(kFailure, "Communication with manager failed (%s)", ErrorText(error));
-  const bool left = Disconnect(connection_) == 0;
-  connection_.reset();  // reconnecting takes long, and nobody needs the descriptor any more
-  if (left && !ThisThreadIsOutdated()) {
-    EndAllSessions();
+  const bool disconnected = Disconnect(connection_) == 0;
+  connection_.reset();  // closes the descriptor now, because the attempts to reconnect take long
+  if (disconnected && !ThisThreadIsOutdated()) {
+    terminate_sessions();
   }
   // A callback, or another thread, may have deinitialised.
-  if (left && NoteInitDone(false) && ReconnectFor(ServedGeneration()) == 0 &&
+  if (disconnected && SetInitDone(false) && ReconnectFor(ServedGeneration()) == 0 &&
       !ThisThreadIsOutdated()) {
-    TellReconnected();
+    send_reconnection_notification();
   }
   if (ThisThreadIsOutdated()) {
-    ForgetLostSessions();
+    RemoveLostSessions();
   }
   return NextAction::kEndThread;
 }
@@ -91,7 +96,7 @@ NextAction Receiver::OnError(ssize_t result) {
   const int error = errno;
   if (error == ECONNRESET || error == EBADF) {
     if (error == ECONNRESET) {
-      connection_->NoteReset();
+      connection_->RecordReset();
     }
     LOG_AT(kFailure, "%s: recv failed, exit thread.. in_size = %ld, error %d:(%s)",
            "recv_msg_from_mgr", static_cast<long>(result), error, ErrorText(error));
@@ -104,7 +109,7 @@ NextAction Receiver::OnError(ssize_t result) {
 }
 
 NextAction Receiver::OnPacket(size_t size) {
-  LOG_AT(kAlways, "Client received!!!");
+  LOG_AT(kEveryLevel, "Client received!!!");
   Json::Value message;
   if (!ParseMessage(buffer_.data(), size, message)) {
     LOG_AT(kFailure, "Failed to parse ORVEX manager request");
@@ -123,11 +128,12 @@ NextAction Receiver::OnPacket(size_t size) {
   return NextAction::kContinue;
 }
 
-// Never given a name: the choice of the socket path reads the name that this thread inherits.
+// This thread must not get a name: the choice of the socket path reads the name that it inherits.
 void* recv_msg_from_mgr(void* argument) {
-  const std::unique_ptr<StandingConnection> standing(static_cast<StandingConnection*>(argument));
-  ServeGeneration(standing->generation);
-  Receiver receiver(std::move(standing->connection));
+  const std::unique_ptr<ConnectionAndGeneration> current(
+      static_cast<ConnectionAndGeneration*>(argument));
+  ServeGeneration(current->generation);
+  Receiver receiver(std::move(current->connection));
   while (receiver.ServeOne() != NextAction::kEndThread) {
   }
   return nullptr;
@@ -135,11 +141,13 @@ void* recv_msg_from_mgr(void* argument) {
 
 }  // namespace
 
-bool StartReceiveThread(const StandingConnection& standing) {
-  auto argument = std::make_unique<StandingConnection>(standing);
+bool StartReceiveThread(const ConnectionAndGeneration& current) {
+  auto argument = std::make_unique<ConnectionAndGeneration>(current);
   if (StartDetachedThread(recv_msg_from_mgr, argument.get()) != 0) {
     return false;
   }
   static_cast<void>(argument.release());
   return true;
 }
+
+}  // namespace orvd_client

@@ -1,33 +1,22 @@
-// The walk over the arguments of a task.
+// Decodes all arguments of a task.
 
-#include "args/arg_types.h"
+#include <utility>
+
+#include "args/scalar_value.h"
 #include "args/type_names.h"
-#include "link/json_members.h"
+#include "base/json_members.h"
 #include "orvex_args.h"
+
+using namespace orvd_client;
 
 namespace {
 
-constexpr PathWording kWording{"Arg type %s and type of value do not match while parsing",
-                               "Out of range value for %s"};
-
-int AddScalar(const Json::Value& value, orvex_data_type_t type, const std::string& type_name,
-              int key, orvex_func_call_info_t* info) {
-  // Without values: "none", unknown names, "cb".
-  constexpr int kSkipped = 0;
-  return VisitArgType(type, kSkipped, [&](auto row) {
-    const auto holder = ReadHolder(row, value, type_name, kWording);
-    if (!holder) {
-      return -1;
-    }
-    QueueInsertion(info, key, holder, type);
-    value_QueueInsertion(info, key, holder);
-    return 0;
-  });
-}
+constexpr DecoderTexts kArgumentTexts{"Arg type %s and type of value do not match while parsing",
+                                      "Out of range value for %s"};
 
 int AddVector(Json::Value& arg, int position, int key, orvex_func_call_info_t* info) {
   if (!arg["value"].isArray()) {
-    LOG_AT(kAlways, kWording.mismatch, "vector");
+    LOG_AT(kEveryLevel, kArgumentTexts.mismatch, "vector");
     return -1;
   }
   return AddVectorParams(arg, position, key, info);
@@ -44,7 +33,11 @@ int AddArgument(Json::Value& request, Json::Value& arg, int position,
     case ORVEX_STRUCT:
       return AddStructParams(request, position, info);
     default:
-      return AddScalar(std::as_const(arg)["value"], type, type_name, key, info);
+      return DecodeScalar(std::as_const(arg)["value"], type, type_name, kArgumentTexts,
+                          [&](const std::shared_ptr<ValuesInterface>& holder) {
+                            QueueInsertion(info, key, holder, type);
+                            value_QueueInsertion(info, key, holder);
+                          });
   }
 }
 
@@ -57,7 +50,7 @@ int AddParamsToQueues(Json::Value& request, orvex_func_call_info_t* info) {
   info->num_of_args = IntMember(func, "num_of_args", 0);
   Json::Value& args = func["args"];
   if (static_cast<int64_t>(args.size()) != info->num_of_args) {
-    LOG_AT(kAlways, "Num of args and size of arg array do not match while parsing");
+    LOG_AT(kEveryLevel, "Num of args and size of arg array do not match while parsing");
     return -1;
   }
   AsList(args);

@@ -1,0 +1,3 @@
+#include "IOrvdClient.h"
+
+const char deliminator[4] = "[],";
