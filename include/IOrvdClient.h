@@ -13,6 +13,7 @@
 //   event           what the library reports to a session-state callback, see orvd_status_t
 //   notification    an event about a permission, a state or a system setting
 //   receive thread  the library's thread that reads all messages from the Manager
+//   client          a program that calls functions of services through the Manager
 //
 // Usage
 // -----
@@ -22,8 +23,8 @@
 // 2. for each opcode _orvd_svc_register_auth, then _orvd_svc_ready
 // 3. orvd_svc_deinit, before it stops
 //
-// After the second step the receive thread calls the session-state callbacks of the service.
-// Each task runs on a new thread.
+// During and after the second step the receive thread calls the session-state callbacks of the
+// service. Each task runs on a new thread.
 //
 // Results
 // -------
@@ -40,7 +41,7 @@
 // The library reads no message while a callback runs, so every callback must return quickly.
 //
 // The receive thread also delivers the Manager's answers. A callback must therefore not call a
-// function that waits for an answer:
+// function that waits for an answer (ORVD_RECONNECTED is an exception, see below):
 //
 // - orvd_svc_init, _orvd_svc_register_auth and _orvd_svc_ready would never return.
 // - A query would return only after its time-out.
@@ -49,16 +50,16 @@
 // The locks are not recursive: a callback must not call a function that takes the same lock.
 // orvd_svc_deinit and _orvd_svc_ready take the ready-table lock.
 //
-// A callback must not call orvd_svc_deinit either. There are two exceptions, because the library
-// holds no lock during these events:
+// A callback must not call orvd_svc_deinit either. Two events are exceptions to these rules,
+// because the library holds no lock during them:
 //
 // - An ORVD_TERMINATED callback may call orvd_svc_deinit.
 // - An ORVD_RECONNECTED callback may call orvd_svc_deinit and then initialise the service again.
 //
 // To initialise again, it calls orvd_svc_init, and then _orvd_svc_register_auth and
 // _orvd_svc_ready. These calls return there, because orvd_svc_init starts a new receive thread that
-// delivers the answers. An earlier call on another thread may still wait for the answer to a
-// registration or readiness. The callback must not use the opcode of such a call.
+// delivers the answers. Another thread may still wait in an earlier call of _orvd_svc_register_auth
+// or _orvd_svc_ready. The callback must not register the opcode of that call, or make it ready.
 //
 // A task function may call every function with three exceptions: orvd_svc_init, orvd_svc_deinit,
 // and ClearParamsFromQueues with its own arguments. A task continues when its session ends, and its
@@ -91,9 +92,9 @@
 // ------
 // The Manager has a shared socket and a dedicated socket. The library uses the dedicated socket
 // only on debuggable builds, that is where "ro.build.type" is "userdebug" or "eng". There it
-// compares the name of the thread that connects with the properties "vendor.orvex.one.service" and
-// "vendor.orvex.one.plix". If they match, the process is the dedicated client. docs/ANDROID.md
-// explains the rule.
+// compares two things: the name of the connecting thread, and the properties
+// "vendor.orvex.one.service" and "vendor.orvex.one.plix". If they match, the process is the
+// dedicated client. docs/ANDROID.md explains the rule.
 //
 // The receive thread inherits the name of the thread that calls orvd_svc_init. It reconnects under
 // that name. Name the thread before it calls orvd_svc_init, and do not rename it later.
@@ -116,15 +117,15 @@
 //
 // Trust
 // -----
-// The library trusts the Manager: some messages end the process, for example a message with a
-// member of the wrong kind.
+// The library trusts the Manager: some messages end the process, for example many messages in which
+// a member has the wrong JSON type. docs/PROTOCOL.md lists them.
 // The log shows the first 250 characters of each message that the library sends, at every debug
 // level. The token of _orvd_svc_register_auth can be among them. docs/ANDROID.md has the details.
 //
 // Process
 // -------
-// A process has one client. The library never destroys its state, because its threads can run until
-// the process exits.
+// A process can be only one service: it has one service id and one connection. The library never
+// destroys its state, because its threads can run until the process exits.
 
 #pragma once
 
@@ -154,17 +155,22 @@ extern "C" {
 //
 // Blocks without a time limit until the Manager answers.
 // Call orvd_svc_init and orvd_svc_deinit from one thread at a time. This must be a service thread
-// or the receive thread in an ORVD_RECONNECTED callback.
+// or the receive thread in an ORVD_RECONNECTED callback. orvd_svc_deinit may also be called in an
+// ORVD_TERMINATED callback.
 ORVD_EXPORT int orvd_svc_init(void);
 
-// Sends DINT and EXIT to the Manager and closes the connection. Removes all supported pairs, all
-// ready opcodes and the service id. Stops a reconnection that is in progress.
+// Sends the messages DINT and EXIT (see docs/PROTOCOL.md) to the Manager and closes the connection.
+// Removes all supported pairs, all ready opcodes and the service id. Stops a reconnection that is
+// in progress.
 //
 // The call sends nothing and leaves the connection open in two cases. The next orvd_svc_init then
-// uses this connection. Neither case applies to the dedicated client.
+// uses this connection.
 //
 // - The Manager refused the service: orvd_svc_init returned a negative number other than -1.
-// - The library has reconnected after a loss of the Manager, and is not initialised again.
+// - The library has reconnected after the Manager closed the connection, and the service has not
+//   called orvd_svc_deinit and orvd_svc_init since then.
+//
+// The dedicated client sends both messages and closes the connection in these cases too.
 //
 // Returns a result code:
 //
@@ -172,17 +178,18 @@ ORVD_EXPORT int orvd_svc_init(void);
 //   -2  the library is initialised under another id
 //   -3  the library is not initialised
 //
-// The library keeps open sessions and calls no callback for them. After the next initialisation
-// their tasks run again as soon as their opcodes are ready.
-// It removes the sessions, without a callback, if an opcode is ready and the Manager has closed the
-// connection. A reset of the connection does not count here; see ORVD_TERMINATED.
+// The library keeps open sessions and calls no callback for them. After the next initialisation,
+// new tasks of these sessions run as soon as the opcode is ready. Exception: if, at the time of the
+// call, an opcode is ready and the Manager has already closed the connection, the library removes
+// the sessions without a callback. A reset of the connection does not count here; see
+// ORVD_TERMINATED.
 //
 // Running tasks continue. Each answer is sent on the connection that exists when the task ends. If
 // there is none, the answer is lost.
 // The receive thread finishes the message that it handles, sends nothing more, and ends.
 //
 // If another thread is inside _orvd_svc_register_auth or _orvd_svc_ready, its call leaves no
-// supported pair and no ready opcode behind. It ends in one of these ways:
+// supported pair and no ready opcode behind. This is what happens to that call:
 //
 //   its request is not sent                          it fails
 //   its request is sent, but no answer is delivered  it waits without a time limit
@@ -206,11 +213,12 @@ ORVD_EXPORT void orvd_log_marker(const char* text);
 // Registers `opcode` with its API definition and the service's token. On success the library
 // supports every subsystem that the definition lists for this opcode.
 //
-// `api_def` has three parts: a marker, the version and JSON text.
+// `api_def` has three parts: a prefix, the version and JSON text.
 //
-// - The marker is the seven bytes "\x01" "ORVEX" "\x01". It may be missing or cut short.
+// - The prefix is the seven bytes "\x01" "ORVEX" "\x01". It may be missing or cut short.
 // - The version is the byte 2.
-// - The JSON text is an object with an object "Orvex", and is sent to the Manager unchanged.
+// - The JSON text is an object. Its member "Orvex" is an object too. The library sends the text to
+//   the Manager unchanged.
 //
 // "Orvex" has the members "opcode" and "subsystems". "opcode" is hexadecimal text. "subsystems" is
 // a list of objects that have a number "id". A JSON null counts as a missing member.
@@ -218,7 +226,7 @@ ORVD_EXPORT void orvd_log_marker(const char* text);
 // Returns a result code:
 //
 //   0   registered
-//   -1  the version is not 2, the definition does not parse, a member of it has the wrong kind, the
+//   -1  the version is not 2, the definition does not parse, a member of it has the wrong type, the
 //       request cannot be sent, the Manager refuses, or another thread deinitialises meanwhile
 //   -2  `service_id` is not the id of this service, `api_def` or `token` is null, or the definition
 //       has another opcode
@@ -229,8 +237,8 @@ ORVD_EXPORT void orvd_log_marker(const char* text);
 // Blocks without a time limit until the Manager answers.
 // Call it on a service thread, on a task thread, or in an ORVD_RECONNECTED callback.
 // Register an opcode from one thread at a time. If several calls for one opcode wait, an answer
-// wakes only the first of them, and the others never return. A call that has waited since before a
-// loss of the Manager counts as the first.
+// wakes only the first of them, and the others never return. If a call was already waiting when the
+// Manager closed the connection, it still counts as the first.
 ORVD_EXPORT int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode,
                                             const char* api_def, const char* token);
 
@@ -245,7 +253,7 @@ ORVD_EXPORT int32_t _orvd_svc_register(...);
 // Returns a result code:
 //
 //   0   the opcode is ready
-//   -1  the request cannot be sent; the opcode is ready all the same
+//   -1  the request cannot be sent, but the opcode is ready
 //   -1  the Manager refuses; the opcode is not ready, even if it was ready before
 //   -1  another thread deinitialises meanwhile; the opcode is not ready, see orvd_svc_deinit
 //   -2  `service_id` is not the id of this service; nothing is sent
@@ -255,10 +263,11 @@ ORVD_EXPORT int32_t _orvd_svc_register(...);
 // thread can still be in a callback then. The simplest way is to never free it.
 //
 // A second call for a ready opcode asks the Manager again and keeps the first callbacks. No
-// function makes a single opcode not ready again.
+// function removes one opcode from the ready table; orvd_svc_deinit removes all of them.
 //
 // `state_callback` may be null. The opcode then receives no event, and no session of it starts. If
-// it is the lowest ready opcode, ORVD_TERMINATED and ORVD_RECONNECTED are not reported to anyone.
+// this opcode has the smallest number of all ready opcodes, no callback receives ORVD_TERMINATED or
+// ORVD_RECONNECTED.
 // `task_function` may be null. No task of the opcode runs then.
 //
 // Blocks without a time limit until the Manager answers.
@@ -283,7 +292,7 @@ ORVD_EXPORT void supported_services_clear();
 
 // --- Answers
 
-// Sends the answer that `call` contains to the Manager. The library calls this function itself
+// Makes an answer from `call` and sends it to the Manager. The library calls this function itself
 // after each task, with an empty `req_type`.
 // `req_type` is used only in the short answer, which is sent when `transac_id` is -1.
 // The caller keeps `call`. A failed send is only logged.
@@ -303,7 +312,8 @@ ORVD_EXPORT void orvd_send_response(_orvex_call_info_t* call, std::string req_ty
 //
 // Returns what the Manager answers. True means granted:
 //
-//   full answer        one element for each result that the Manager sends; compare the sizes
+//   results            one element for each result; the Manager can send more or fewer results than
+//                      permissions, so compare the sizes
 //   refusal            one false
 //   no answer in time  empty
 //   not sent           one false for each permission; one false if there are no permissions
@@ -316,15 +326,17 @@ ORVD_EXPORT std::vector<bool> orvd_permission_query(uint32_t session_id,
 //
 // Returns texts of the form "SUCCESS:value" or "ERROR:reason":
 //
-//   answer             the texts that the Manager sends; compare the sizes
+//   answer             the texts that the Manager sends; compare their number with the items
 //   no answer in time  empty
 //   no item named      {"ERROR:Empty requested info"}, and nothing is sent
-//   not sent           one empty text for each item; the number of items is taken modulo 256
+//   not sent           empty texts; their number is the number of items modulo 256, so 256 items
+//                      give an empty result
 ORVD_EXPORT std::vector<std::string> orvd_info_query(uint32_t session_id,
                                                      std::vector<std::string> infos);
 
-// The same for a standing request. The call returns the Manager's first answer. The library drops
-// later answers to the same request.
+// Asks the Manager to monitor the items (message INFO_MNTR). The Manager can send several answers.
+// The call returns the first one, with the same results as orvd_info_query. The library drops the
+// others.
 ORVD_EXPORT std::vector<std::string> orvd_info_monitor(uint32_t session_id,
                                                        std::vector<std::string> infos);
 
@@ -346,5 +358,6 @@ ORVD_EXPORT int parse_result_of_query_info(std::string result, std::string& out)
 // The version of API definitions that _orvd_svc_register_auth accepts: 2.
 extern ORVD_EXPORT const uint8_t ORVD_JSON_DEF_VER_ARR[1];
 
-// The characters "[]" and "," for services that split lists in texts. The library does not use it.
+// The text "[],": separator characters for services that split a text containing a list. The
+// library does not use this constant.
 extern ORVD_EXPORT const char deliminator[4];

@@ -11,14 +11,15 @@
 // callback. A callback must not call a function that takes the same lock. "Threads and callbacks"
 // in IOrvdClient.h has the rules.
 enum orvd_status_t : int32_t {
-  // The Manager has closed the connection. Only the callback of the lowest ready opcode is called.
-  // No lock. The library then ends all sessions, and tries to reconnect for 20 seconds.
+  // The Manager has closed the connection. Only the callback of the ready opcode with the smallest
+  // number is called. No lock. If an opcode is ready, the library then ends all sessions, and tries
+  // to reconnect for 20 seconds.
   //
   // The event does not occur if the Manager leaves messages of the service unread when it closes.
   // The connection is then reset: no session ends, and the library does not reconnect.
   ORVD_TERMINATED = 0,
-  // The library has connected to the Manager again, but is not initialised again. Only the callback
-  // of the lowest ready opcode is called. No lock.
+  // The library has connected to the Manager again. The service must now deinitialise and
+  // initialise. Only the callback of the ready opcode with the smallest number is called. No lock.
   ORVD_RECONNECTED = 1,
   // A pair of a session starts. Session lock.
   ORVD_SESSION_START = 2,
@@ -62,8 +63,8 @@ struct orvd_req_t {
 // Returns 0 to agree. Any other value has this effect:
 //
 //   ORVD_SESSION_START  the pair is not started
-//   ORVD_SESSION_END    the pair stays in the session if the Manager ends single pairs
-//                       the pair ends all the same if the whole session or all sessions end
+//   ORVD_SESSION_END    if the Manager ends single pairs: the pair stays in the session
+//                       if the whole session ends, or all sessions end: none, the pair ends
 //   other events        none
 using orvd_state_callback_t = int (*)(int service_id, orvd_req_t* req, void* user_data);
 
@@ -77,10 +78,12 @@ struct _orvex_call_info_t {
   uint32_t subsys_id;   // the subsystem id of the task's pair
   std::string opcode;   // the answer's "opcode", for example "0x00001a3b"
   std::string name;     // the answer's "name": the name of the function
-  // The members of the answer's "func", without the braces around them. Exactly "-1" means failure:
-  // "func" is then empty, and "status" is -1 whatever `status` says.
+  // The members of the answer's "func", without the braces around them. The text "-1" alone
+  // means failure: the answer's "func" is then empty, and the answer's "status" is -1. The field
+  // `status` of this record is ignored.
   //
-  // The short answer consists of the request type and `result` as a text, also if that is "-1".
+  // The short answer contains only the request type and `result`, as a text. This is also true if
+  // `result` is "-1".
   std::string result;
   int32_t status;  // the answer's "status"
   int32_t ret;     // the answer's "return"

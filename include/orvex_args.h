@@ -1,5 +1,5 @@
-// The arguments of one task: data types, holders of values, the two queues, and the decoders that
-// fill the queues.
+// The arguments of one task: data types, holders (objects that contain one value), the two "queues"
+// (maps from a key to a holder), and the decoders that fill the queues.
 
 #pragma once
 
@@ -19,7 +19,7 @@
 // The type codes of arguments, with the name of each type in messages. The queues never contain
 // ORVEX_VECTOR: a vector has the code ORVEX_VECTOR_OF(element type), which is 17 to 29.
 enum orvex_data_type_t : int32_t {
-  ORVEX_NONE = 0,       // "none" and all unknown names; skipped
+  ORVEX_NONE = 0,       // "none" and every unknown name; gets no entry in the queues
   ORVEX_UINT8 = 1,      // "uint8"
   ORVEX_UINT16 = 2,     // "uint16"
   ORVEX_UINT32 = 3,     // "uint32"
@@ -32,8 +32,8 @@ enum orvex_data_type_t : int32_t {
   ORVEX_STRING = 10,    // "string"
   ORVEX_BOOLEAN = 11,   // "boolean"
   ORVEX_ENUM = 12,      // "enum"
-  ORVEX_BNRY_BLB = 13,  // "bnry_blb", a text that is not converted
-  ORVEX_CB = 14,        // "cb"; skipped
+  ORVEX_BNRY_BLB = 13,  // "bnry_blb"; a text, stored as it was received
+  ORVEX_CB = 14,        // "cb"; gets no entry in the queues
   ORVEX_VECTOR = 15,    // "vector"
   ORVEX_STRUCT = 16,    // "struct"
 };
@@ -69,8 +69,8 @@ using orvex_typed_map_t =
 //
 // An entry of the queues has a key. For a struct the key is its position in the argument list,
 // counted from 0. For every other argument it is the "id" of the argument. If two arguments have
-// the same key, the first stays and the other is dropped. A skipped argument has no entry. If there
-// is no entry, both pointers are null.
+// the same key, the first stays and the other is dropped. An argument of the type "none" or
+// "cb" has no entry. If there is no entry at all, `value_queue` and `typed_queue` are null.
 //
 // Both queues have an entry for the same keys. The type code in `typed_queue` determines the type
 // of the holder:
@@ -107,8 +107,9 @@ using orvex_typed_map_t =
 //   a later argument of the task is refused   the maps of all structs before it
 //   the key of the struct is already taken    the maps of this struct
 //
-// A vector member that does not fit is left out, and the task runs without it. But a vector member
-// whose "value" is a non-empty object throws, see the decoders below.
+// A vector member that does not fit is left out, and the task runs without it. But if the "value"
+// of a vector member is an object that is not empty, the decoder throws an exception, which ends
+// the process on the receive thread. See "Decoders" below.
 struct orvex_func_call_info_t {
   std::string func_name;           // the name of the function; empty if the message has none
   int32_t num_of_args;             // the number of arguments in the message, with skipped ones
@@ -139,22 +140,24 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 // a record that no other thread uses.
 //
 // A decoder refuses a value that does not fit its type. It then writes one log line, at every debug
-// level, and returns -1. Otherwise it returns 0.
+// level, and returns -1. Otherwise it returns 0. AddStructVectorParams states an exception.
 //
-// A decoder throws an exception of the JSON library if one of these has the wrong kind:
+// A decoder throws an exception of the JSON library if one of these members has a wrong JSON type.
+// The second column lists the wrong types:
 //
-//   "func", an argument, a struct member  anything but an object or null
+//   "func", an argument, a struct member  every type except object and null
 //   "name", "type", "vec_type"            a list or an object
 //   "id", "num_of_args"                   a text, a list, an object, or a number beyond 32 bits
 //
-// The next table says what a decoder does without a list where the message must have one. "Scalar"
-// means a text, a number, a boolean or null.
+// Some members must be lists. The next table says what a decoder does if such a member is missing
+// or is not a list. "Scalar" means a text, a number, a boolean or null.
 //
-//   "args"                        missing, scalar or empty object: an empty list
-//                                 object with "num_of_args" members: throws; other object: refused
+//   "args"                        missing, scalar or empty object: read as an empty list
+//                                 object whose number of members equals "num_of_args": throws
+//                                 any other object: refused
 //   "value" of a vector argument  missing, scalar or object: refused
 //   "members" of a struct         missing, scalar or object: refused
-//   "value" of a vector member    missing, scalar or empty object: an empty vector
+//   "value" of a vector member    missing, scalar or empty object: read as an empty vector
 //                                 other object: throws
 //
 // An exception on the receive thread ends the process. A JSON library that is built without
@@ -166,11 +169,10 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 // are in the queues, and the caller must clear them.
 ORVD_EXPORT int AddParamsToQueues(Json::Value& request, orvex_func_call_info_t* info);
 
-// Decodes one vector argument and adds it with the key `key`.
-// Refuses the vector if "vec_type" is missing or "none". Returns 0 without adding anything if
-// "vec_type" is another name that cannot be an element type.
-// AddParamsToQueues checks that "value" is a list. This function does not: it reads "value" like
-// that of a vector member, see the table above.
+// Decodes one vector argument and adds it with the key `key`. Refuses the vector if "vec_type" is
+// missing or "none". Returns 0 without adding anything if "vec_type" is another name that cannot be
+// an element type. AddParamsToQueues checks that "value" is a list. This function does not check
+// it. If "value" is not a list, it does the same as for a vector member; see the table above.
 ORVD_EXPORT int AddVectorParams(Json::Value& arg, int ignored, int key,
                                 orvex_func_call_info_t* info);
 
