@@ -50,8 +50,8 @@
 // The locks are not recursive: a callback must not call a function that takes the same lock.
 // orvd_svc_deinit and _orvd_svc_ready take the ready-table lock.
 //
-// A callback must not call orvd_svc_deinit either. Two events are exceptions to these rules,
-// because the library holds no lock during them:
+// A callback must not call orvd_svc_deinit either. Two events allow
+// more. The library holds no lock during them, so their callbacks may make these calls in addition:
 //
 // - An ORVD_TERMINATED callback may call orvd_svc_deinit.
 // - An ORVD_RECONNECTED callback may call orvd_svc_deinit and then initialise the service again.
@@ -91,10 +91,10 @@
 // Socket
 // ------
 // The Manager has a shared socket and a dedicated socket. The library uses the dedicated socket
-// only on debuggable builds, that is where "ro.build.type" is "userdebug" or "eng". There it
-// compares two things: the name of the connecting thread, and the properties
-// "vendor.orvex.one.service" and "vendor.orvex.one.plix". If they match, the process is the
-// dedicated client. docs/ANDROID.md explains the rule.
+// only on debuggable builds, that is where "ro.build.type" is "userdebug" or "eng". There one
+// of the properties "vendor.orvex.one.plix" and "vendor.orvex.one.service" gives an expected name.
+// If the name of the connecting thread matches it, the process is the dedicated client.
+// docs/ANDROID.md explains which property is used, how names match, and one exception.
 //
 // The receive thread inherits the name of the thread that calls orvd_svc_init. It reconnects under
 // that name. Name the thread before it calls orvd_svc_init, and do not rename it later.
@@ -117,8 +117,8 @@
 //
 // Trust
 // -----
-// The library trusts the Manager: some messages end the process, for example many messages in which
-// a member has the wrong JSON type. docs/PROTOCOL.md lists them.
+// The library trusts the Manager: some messages end the process. For example, in many kinds of
+// messages one member of the wrong JSON type is enough. docs/PROTOCOL.md lists them.
 // The log shows the first 250 characters of each message that the library sends, at every debug
 // level. The token of _orvd_svc_register_auth can be among them. docs/ANDROID.md has the details.
 //
@@ -181,8 +181,9 @@ ORVD_EXPORT int orvd_svc_init(void);
 // The library keeps open sessions and calls no callback for them. After the next initialisation,
 // new tasks of these sessions run as soon as the opcode is ready. Exception: if, at the time of the
 // call, an opcode is ready and the Manager has already closed the connection, the library removes
-// the sessions without a callback. A reset of the connection does not count here; see
-// ORVD_TERMINATED.
+// the sessions without a callback. If the
+// Manager closed the connection before it had read all messages of the service, the connection was
+// reset. The library then keeps the sessions.
 //
 // Running tasks continue. Each answer is sent on the connection that exists when the task ends. If
 // there is none, the answer is lost.
@@ -194,8 +195,8 @@ ORVD_EXPORT int orvd_svc_init(void);
 //   its request is not sent                          it fails
 //   its request is sent, but no answer is delivered  it waits without a time limit
 //   the answer is delivered                          _orvd_svc_register_auth returns -1
-//                                                    _orvd_svc_ready returns the Manager's result,
-//                                                    which can be 0
+//                                                    _orvd_svc_ready returns 0 or -1, as the
+//                                                    Manager accepts or refuses
 //
 // Blocks while a notification callback runs, because both need the ready-table lock. Such a
 // callback must not wait for this call. The call does not wait for the receive thread or for tasks.
@@ -252,10 +253,10 @@ ORVD_EXPORT int32_t _orvd_svc_register(...);
 //
 // Returns a result code:
 //
-//   0   the opcode is ready
+//   0   the Manager accepts; the opcode is ready
 //   -1  the request cannot be sent, but the opcode is ready
 //   -1  the Manager refuses; the opcode is not ready, even if it was ready before
-//   -1  another thread deinitialises meanwhile; the opcode is not ready, see orvd_svc_deinit
+//   -1  another thread deinitialises before the request is sent; the opcode is not ready
 //   -2  `service_id` is not the id of this service; nothing is sent
 //   -3  the library is not initialised; nothing is sent
 //
@@ -358,6 +359,6 @@ ORVD_EXPORT int parse_result_of_query_info(std::string result, std::string& out)
 // The version of API definitions that _orvd_svc_register_auth accepts: 2.
 extern ORVD_EXPORT const uint8_t ORVD_JSON_DEF_VER_ARR[1];
 
-// The text "[],": separator characters for services that split a text containing a list. The
-// library does not use this constant.
+// Three characters: left bracket, right bracket, comma. A service can use them as separators when
+// it splits a text that contains a list. The library does not use this constant.
 extern ORVD_EXPORT const char deliminator[4];

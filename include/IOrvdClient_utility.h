@@ -17,7 +17,7 @@
 //   0   `*out` is the number
 //   -1  the text does not begin with a number, or the number is out of range; `*out` is unchanged
 //
-// A failure writes one log line at every debug level.
+// A failure writes one log line, whatever the debug level is.
 ORVD_EXPORT int stoi_validation(std::string s, int* out);
 // The same for an unsigned number of 32 bits. The text is read as a number of 64 bits, and only its
 // low 32 bits are stored: "4294967296" is 0, and "-1" is 4294967295.

@@ -12,8 +12,9 @@
 // in IOrvdClient.h has the rules.
 enum orvd_status_t : int32_t {
   // The Manager has closed the connection. Only the callback of the ready opcode with the smallest
-  // number is called. No lock. If an opcode is ready, the library then ends all sessions, and tries
-  // to reconnect for 20 seconds.
+  // number is called. No lock. The library then ends all sessions, and tries to reconnect for 20
+  // seconds. If no opcode is ready, no callback is called and no session ends, but the library
+  // still tries to reconnect.
   //
   // The event does not occur if the Manager leaves messages of the service unread when it closes.
   // The connection is then reset: no session ends, and the library does not reconnect.

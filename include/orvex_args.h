@@ -108,8 +108,8 @@ using orvex_typed_map_t =
 //   the key of the struct is already taken    the maps of this struct
 //
 // A vector member that does not fit is left out, and the task runs without it. But if the "value"
-// of a vector member is an object that is not empty, the decoder throws an exception, which ends
-// the process on the receive thread. See "Decoders" below.
+// of a vector member is an object that is not empty, the decoder throws an exception. On the
+// receive thread this exception ends the whole process. See "Decoders" below.
 struct orvex_func_call_info_t {
   std::string func_name;           // the name of the function; empty if the message has none
   int32_t num_of_args;             // the number of arguments in the message, with skipped ones
@@ -140,7 +140,8 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 // a record that no other thread uses.
 //
 // A decoder refuses a value that does not fit its type. It then writes one log line, at every debug
-// level, and returns -1. Otherwise it returns 0. AddStructVectorParams states an exception.
+// level, and returns -1. Otherwise it returns 0. AddStructVectorParams
+// returns -1 without a log line in one case, see its comment.
 //
 // A decoder throws an exception of the JSON library if one of these members has a wrong JSON type.
 // The second column lists the wrong types:
@@ -172,7 +173,8 @@ ORVD_EXPORT int AddParamsToQueues(Json::Value& request, orvex_func_call_info_t* 
 // Decodes one vector argument and adds it with the key `key`. Refuses the vector if "vec_type" is
 // missing or "none". Returns 0 without adding anything if "vec_type" is another name that cannot be
 // an element type. AddParamsToQueues checks that "value" is a list. This function does not check
-// it. If "value" is not a list, it does the same as for a vector member; see the table above.
+// it. If "value" is not
+// a list, AddVectorParams treats it as the last two lines of the table above say.
 ORVD_EXPORT int AddVectorParams(Json::Value& arg, int ignored, int key,
                                 orvex_func_call_info_t* info);
 
