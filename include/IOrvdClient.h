@@ -17,7 +17,7 @@
 //
 // Usage
 // -----
-// A service calls these functions on a thread of its own, in this order:
+// A service normally calls these functions on one of its own threads, in this order:
 //
 // 1. orvd_svc_init
 // 2. for each opcode _orvd_svc_register_auth, then _orvd_svc_ready
@@ -41,7 +41,8 @@
 // The library reads no message while a callback runs, so every callback must return quickly.
 //
 // The receive thread also delivers the Manager's answers. A callback must therefore not call a
-// function that waits for an answer (ORVD_RECONNECTED is an exception, see below):
+// function that waits for an answer (ORVD_RECONNECTED is an exception for the
+// functions of the first point, see below):
 //
 // - orvd_svc_init, _orvd_svc_register_auth and _orvd_svc_ready would never return.
 // - A query would return only after its time-out.
@@ -91,10 +92,11 @@
 // Socket
 // ------
 // The Manager has a shared socket and a dedicated socket. The library uses the dedicated socket
-// only on debuggable builds, that is where "ro.build.type" is "userdebug" or "eng". There one
-// of the properties "vendor.orvex.one.plix" and "vendor.orvex.one.service" gives an expected name.
-// If the name of the connecting thread matches it, the process is the dedicated client.
-// docs/ANDROID.md explains which property is used, how names match, and one exception.
+// only on debuggable builds, that is where "ro.build.type" is "userdebug" or "eng". On
+// these builds the library compares the name of the connecting thread with an expected name. The
+// expected name comes from the property "vendor.orvex.one.plix" or "vendor.orvex.one.service". If
+// the two names match, the process is called the dedicated client. It normally uses the dedicated
+// socket. docs/ANDROID.md explains which property is used, how names match, and one exception.
 //
 // The receive thread inherits the name of the thread that calls orvd_svc_init. It reconnects under
 // that name. Name the thread before it calls orvd_svc_init, and do not rename it later.
@@ -187,7 +189,8 @@ ORVD_EXPORT int orvd_svc_init(void);
 //
 // Running tasks continue. Each answer is sent on the connection that exists when the task ends. If
 // there is none, the answer is lost.
-// The receive thread finishes the message that it handles, sends nothing more, and ends.
+// The receive thread finishes the message that it handles, and ends. It sends nothing more, unless
+// its callback has called this function and then orvd_svc_init.
 //
 // If another thread is inside _orvd_svc_register_auth or _orvd_svc_ready, its call leaves no
 // supported pair and no ready opcode behind. This is what happens to that call:
@@ -238,8 +241,9 @@ ORVD_EXPORT void orvd_log_marker(const char* text);
 // Blocks without a time limit until the Manager answers.
 // Call it on a service thread, on a task thread, or in an ORVD_RECONNECTED callback.
 // Register an opcode from one thread at a time. If several calls for one opcode wait, an answer
-// wakes only the first of them, and the others never return. If a call was already waiting when the
-// Manager closed the connection, it still counts as the first.
+// wakes only the first of them, and the others never return. A call that was
+// already waiting when the Manager closed the connection still waits. If the service registers the
+// same opcode again, the answer wakes that old call, and the new call never returns.
 ORVD_EXPORT int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode,
                                             const char* api_def, const char* token);
 
@@ -253,7 +257,8 @@ ORVD_EXPORT int32_t _orvd_svc_register(...);
 //
 // Returns a result code:
 //
-//   0   the Manager accepts; the opcode is ready
+//   0   the Manager accepts; the opcode is ready, unless another thread has deinitialised
+//       meanwhile
 //   -1  the request cannot be sent, but the opcode is ready
 //   -1  the Manager refuses; the opcode is not ready, even if it was ready before
 //   -1  another thread deinitialises before the request is sent; the opcode is not ready
@@ -264,7 +269,8 @@ ORVD_EXPORT int32_t _orvd_svc_register(...);
 // thread can still be in a callback then. The simplest way is to never free it.
 //
 // A second call for a ready opcode asks the Manager again and keeps the first callbacks. No
-// function removes one opcode from the ready table; orvd_svc_deinit removes all of them.
+// function is made to remove one opcode. An opcode is removed only when the Manager refuses a call
+// of _orvd_svc_ready for it. orvd_svc_deinit removes all opcodes.
 //
 // `state_callback` may be null. The opcode then receives no event, and no session of it starts. If
 // this opcode has the smallest number of all ready opcodes, no callback receives ORVD_TERMINATED or
@@ -329,7 +335,7 @@ ORVD_EXPORT std::vector<bool> orvd_permission_query(uint32_t session_id,
 //
 //   answer             the texts that the Manager sends; compare their number with the items
 //   no answer in time  empty
-//   no item named      {"ERROR:Empty requested info"}, and nothing is sent
+//   no item            one text, "ERROR:Empty requested info"; nothing is sent
 //   not sent           empty texts; their number is the number of items modulo 256, so 256 items
 //                      give an empty result
 ORVD_EXPORT std::vector<std::string> orvd_info_query(uint32_t session_id,

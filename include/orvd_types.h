@@ -65,7 +65,8 @@ struct orvd_req_t {
 //
 //   ORVD_SESSION_START  the pair is not started
 //   ORVD_SESSION_END    if the Manager ends single pairs: the pair stays in the session
-//                       if the whole session ends, or all sessions end: none, the pair ends
+//                       if the whole session ends, or all sessions end: no effect, the pair
+//                       ends
 //   other events        none
 using orvd_state_callback_t = int (*)(int service_id, orvd_req_t* req, void* user_data);
 
@@ -79,9 +80,9 @@ struct _orvex_call_info_t {
   uint32_t subsys_id;   // the subsystem id of the task's pair
   std::string opcode;   // the answer's "opcode", for example "0x00001a3b"
   std::string name;     // the answer's "name": the name of the function
-  // The members of the answer's "func", without the braces around them. The text "-1" alone
-  // means failure: the answer's "func" is then empty, and the answer's "status" is -1. The field
-  // `status` of this record is ignored.
+  // The members of the answer's "func", without the braces around them. The text "-1" alone means
+  // failure: the answer's "func" is then empty, and the answer's "status" is -1. In this case the
+  // library ignores the field `status` of this record.
   //
   // The short answer contains only the request type and `result`, as a text. This is also true if
   // `result` is "-1".

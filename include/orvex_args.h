@@ -156,7 +156,7 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 //   "args"                        missing, scalar or empty object: read as an empty list
 //                                 object whose number of members equals "num_of_args": throws
 //                                 any other object: refused
-//   "value" of a vector argument  missing, scalar or object: refused
+//   "value" of a vector argument  missing, scalar or object: refused by AddParamsToQueues
 //   "members" of a struct         missing, scalar or object: refused
 //   "value" of a vector member    missing, scalar or empty object: read as an empty vector
 //                                 other object: throws
@@ -173,8 +173,8 @@ ORVD_EXPORT int AddParamsToQueues(Json::Value& request, orvex_func_call_info_t* 
 // Decodes one vector argument and adds it with the key `key`. Refuses the vector if "vec_type" is
 // missing or "none". Returns 0 without adding anything if "vec_type" is another name that cannot be
 // an element type. AddParamsToQueues checks that "value" is a list. This function does not check
-// it. If "value" is not
-// a list, AddVectorParams treats it as the last two lines of the table above say.
+// it. If "value" is missing, a scalar or an empty object, AddVectorParams reads it as an empty
+// vector. If "value" is an object that is not empty, AddVectorParams throws.
 ORVD_EXPORT int AddVectorParams(Json::Value& arg, int ignored, int key,
                                 orvex_func_call_info_t* info);
 
