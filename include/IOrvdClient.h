@@ -41,11 +41,12 @@
 // The library reads no message while a callback runs, so every callback must return quickly.
 //
 // The receive thread also delivers the Manager's answers. A callback must therefore not call a
-// function that waits for an answer (ORVD_RECONNECTED is an exception for the
-// functions of the first point, see below):
+// function that waits for an answer:
 //
 // - orvd_svc_init, _orvd_svc_register_auth and _orvd_svc_ready would never return.
 // - A query would return only after its time-out.
+//
+// In an ORVD_RECONNECTED callback the first three functions may be called, see below.
 //
 // The library holds a lock during most callbacks. orvd_status_t names the lock for each event.
 // The locks are not recursive: a callback must not call a function that takes the same lock.
@@ -62,9 +63,9 @@
 // delivers the answers. Another thread may still wait in an earlier call of _orvd_svc_register_auth
 // or _orvd_svc_ready. The callback must not register the opcode of that call, or make it ready.
 //
-// A task function may call every function with three exceptions: orvd_svc_init, orvd_svc_deinit,
-// and ClearParamsFromQueues with its own arguments. A task continues when its session ends, and its
-// answer is still sent.
+// A task function may call every function except these three: orvd_svc_init, orvd_svc_deinit, and
+// ClearParamsFromQueues for the arguments that the task function received. A task continues when
+// its session ends, and its answer is still sent.
 //
 // An exception that leaves a callback or a task function ends the process.
 //
@@ -183,9 +184,9 @@ ORVD_EXPORT int orvd_svc_init(void);
 // The library keeps open sessions and calls no callback for them. After the next initialisation,
 // new tasks of these sessions run as soon as the opcode is ready. Exception: if, at the time of the
 // call, an opcode is ready and the Manager has already closed the connection, the library removes
-// the sessions without a callback. If the
-// Manager closed the connection before it had read all messages of the service, the connection was
-// reset. The library then keeps the sessions.
+// the sessions without a callback. This
+// exception does not apply if the connection was reset. A reset happens when the Manager closes the
+// connection while messages of the service are still unread. The library then keeps the sessions.
 //
 // Running tasks continue. Each answer is sent on the connection that exists when the task ends. If
 // there is none, the answer is lost.
@@ -268,13 +269,13 @@ ORVD_EXPORT int32_t _orvd_svc_register(...);
 // `user_data` belongs to the service and must stay valid, even after orvd_svc_deinit: the receive
 // thread can still be in a callback then. The simplest way is to never free it.
 //
-// A second call for a ready opcode asks the Manager again and keeps the first callbacks. No
-// function is made to remove one opcode. An opcode is removed only when the Manager refuses a call
-// of _orvd_svc_ready for it. orvd_svc_deinit removes all opcodes.
+// A second call for a ready opcode asks the Manager again and keeps the first callbacks. There is
+// no function that removes a single opcode. An opcode is removed only when the Manager refuses a
+// call of _orvd_svc_ready for it. orvd_svc_deinit removes all opcodes.
 //
-// `state_callback` may be null. The opcode then receives no event, and no session of it starts. If
-// this opcode has the smallest number of all ready opcodes, no callback receives ORVD_TERMINATED or
-// ORVD_RECONNECTED.
+// `state_callback` may be null. The opcode then receives no event, and no session of it starts. The
+// library reports ORVD_TERMINATED and ORVD_RECONNECTED only to the ready opcode with the smallest
+// number. If the callback of that opcode is null, no callback receives these two events.
 // `task_function` may be null. No task of the opcode runs then.
 //
 // Blocks without a time limit until the Manager answers.

@@ -171,10 +171,11 @@ ORVD_EXPORT void ClearParamsFromQueues(orvex_func_call_info_t info);
 ORVD_EXPORT int AddParamsToQueues(Json::Value& request, orvex_func_call_info_t* info);
 
 // Decodes one vector argument and adds it with the key `key`. Refuses the vector if "vec_type" is
-// missing or "none". Returns 0 without adding anything if "vec_type" is another name that cannot be
-// an element type. AddParamsToQueues checks that "value" is a list. This function does not check
-// it. If "value" is missing, a scalar or an empty object, AddVectorParams reads it as an empty
-// vector. If "value" is an object that is not empty, AddVectorParams throws.
+// missing or "none". If "vec_type" has any other value that cannot be an element type, for example
+// "struct" or an unknown name, the function adds nothing and returns 0. AddParamsToQueues checks
+// that "value" is a list. This function does not check it. If "value" is missing, a scalar or an
+// empty object, AddVectorParams reads it as an empty vector. If "value" is an object that is not
+// empty, AddVectorParams throws.
 ORVD_EXPORT int AddVectorParams(Json::Value& arg, int ignored, int key,
                                 orvex_func_call_info_t* info);
 
@@ -184,8 +185,9 @@ ORVD_EXPORT int AddVectorParams(Json::Value& arg, int ignored, int key,
 ORVD_EXPORT int AddStructParams(Json::Value& request, int position, orvex_func_call_info_t* info);
 
 // Decodes one vector member of a struct and adds it to both member maps with the key `key`.
-// Returns -1 without a log line if "vec_type" is missing or "none". Returns 0 without adding
-// anything if "vec_type" is another name that cannot be an element type.
+// Returns -1 without a log line if "vec_type" is missing or "none". If "vec_type" has any other
+// value that cannot be an element type, for example "struct" or an unknown name, the function adds
+// nothing and returns 0.
 ORVD_EXPORT int AddStructVectorParams(Json::Value& member, int ignored, int key,
                                       orvex_typed_map_t* typed_members,
                                       orvex_value_map_t* member_values);
