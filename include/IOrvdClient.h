@@ -121,7 +121,8 @@
 // Trust
 // -----
 // The library trusts the Manager: some messages end the process. For example, in many kinds of
-// messages one member of the wrong JSON type is enough. docs/PROTOCOL.md lists them.
+// messages one member of the wrong JSON type is enough. docs/ANDROID.md lists all
+// messages that can end the process.
 // The log shows the first 250 characters of each message that the library sends, at every debug
 // level. The token of _orvd_svc_register_auth can be among them. docs/ANDROID.md has the details.
 //
@@ -196,11 +197,10 @@ ORVD_EXPORT int orvd_svc_init(void);
 // If another thread is inside _orvd_svc_register_auth or _orvd_svc_ready, its call leaves no
 // supported pair and no ready opcode behind. This is what happens to that call:
 //
-//   its request is not sent                          it fails
-//   its request is sent, but no answer is delivered  it waits without a time limit
-//   the answer is delivered                          _orvd_svc_register_auth returns -1
-//                                                    _orvd_svc_ready returns 0 or -1, as the
-//                                                    Manager accepts or refuses
+//   its request is not sent       the call fails
+//   no answer is delivered to it  the call waits without a time limit
+//   the answer is delivered       _orvd_svc_register_auth returns -1; _orvd_svc_ready returns 0 if
+//                                 the Manager accepts, and -1 if the Manager refuses
 //
 // Blocks while a notification callback runs, because both need the ready-table lock. Such a
 // callback must not wait for this call. The call does not wait for the receive thread or for tasks.
