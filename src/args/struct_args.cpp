@@ -28,7 +28,7 @@ int AddMember(Json::Value& member, int position, const MemberMaps& maps) {
   const orvex_data_type_t type = TypeOfName(type_name);
   if (type == ORVEX_VECTOR) {
     // Deliberate: an invalid vector member is left out, but an invalid scalar member rejects the
-    // whole task. Services in the field run on tasks without the member.
+    // whole task. Services may rely on tasks without the member.
     AddStructVectorParams(member, position, key, maps.typed, maps.values);
     return 0;
   }
@@ -48,7 +48,8 @@ int AddStructParams(Json::Value& request, int position, orvex_func_call_info_t* 
     return -1;
   }
   // Deliberate: the library never deletes the member maps, because they belong to the service. They
-  // leak if a member is rejected, or if another argument already has the key.
+  // leak if a scalar member or a later argument is rejected, or if another argument already has the
+  // key.
   const MemberMaps maps{new orvex_typed_map_t, new orvex_value_map_t};
   for (Json::Value& member : members) {
     if (AddMember(member, position, maps) != 0) {

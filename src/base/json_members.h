@@ -34,10 +34,10 @@ bool IsEmptyList(const Json::Value& list);
 // Returns the member as a list. A missing member counts as an empty list.
 const Json::Value& ListMember(const Json::Value& object, const char* name);
 
-// Reads a hexadecimal number. Returns 0 for other text.
+// Reads a hexadecimal number like strtoul. Returns 0 if the text does not begin with a number.
 uint32_t FromHex(const std::string& text);
-// Reads a decimal number of the unsigned 32-bit range; "-1" is the largest value. Throws the
-// exceptions of std::stoll for other text.
+// Reads a decimal number of the unsigned 32-bit range; "-1" is the largest value. Reads the
+// text with std::stoll, and throws its exceptions.
 uint32_t FromDecimal(const std::string& text);
 
 }  // namespace orvd_client

@@ -57,8 +57,8 @@ NextAction Receiver::ServeOne() {
   return received < 0 ? OnError(received) : OnPacket(static_cast<size_t>(received));
 }
 
-// Reports EBADF, whatever recvfrom returned, if this process disconnects or if the generation has
-// ended.
+// Reports EBADF instead of the end of file or the error that recvfrom returned, if this process
+// disconnects or if the generation has ended. Reports EBADF in any case after a shutdown.
 ssize_t Receiver::Receive() {
   ssize_t received = -1;
   if (connection_) {

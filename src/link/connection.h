@@ -62,9 +62,9 @@ ConnectionAndGeneration CurrentConnection();
 // nothing, if this process disconnects or if the generation has ended: then nothing was lost.
 bool RecordLoss(Connection& connection);
 
-// Makes `connection` the current one after connect has succeeded. Returns false, and changes
-// nothing, if `generation` has ended. A service that initialises while the receive thread tries to
-// reconnect must not use an unconnected socket.
+// Makes `connection` the current one after connect has succeeded, and shuts the previous one down.
+// Returns false, and changes nothing, if `generation` has ended. A service that initialises while
+// the receive thread tries to reconnect must not use an unconnected socket.
 bool Publish(const std::shared_ptr<Connection>& connection, Generation generation);
 // Shuts `connection` down. After that it is not the current connection.
 void Withdraw(const std::shared_ptr<Connection>& connection);

@@ -9,8 +9,8 @@
 
 namespace orvd_client {
 
-// Sends "EXIT" on `connection` and closes it. Returns -1 without a connection, or if another thread
-// has begun to disconnect it.
+// Sends "EXIT" on `connection` and shuts it down. Returns -1 without a connection, or if another
+// thread has begun to disconnect it.
 int Disconnect(const std::shared_ptr<Connection>& connection);
 
 }  // namespace orvd_client

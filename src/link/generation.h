@@ -36,6 +36,7 @@ bool ThisThreadIsOutdated();
 // Allows this thread to send on the current connection, even if it is an outdated receive thread.
 // The service may initialise and deinitialise in a callback.
 void AllowThisThreadToSend();
+// Returns false on an outdated receive thread, unless AllowThisThreadToSend() was called on it.
 bool ThisThreadMaySend();
 
 }  // namespace orvd_client

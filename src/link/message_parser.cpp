@@ -7,8 +7,8 @@
 namespace orvd_client {
 
 bool ParseMessage(const char* packet, size_t size, Json::Value& message) {
-// The deprecated Json::Reader accepts texts that its successor rejects, and the Managers in the
-// field depend on that.
+// The deprecated Json::Reader accepts other texts than its successor does. The Managers' messages
+// have always been read with it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   thread_local Json::Reader reader;  // reuses its working memory

@@ -68,8 +68,8 @@ std::vector<std::string> orvd_info_common(uint32_t session_id,
   if (orvd_send_to_manager_raw(request.c_str()) != 0) {
     LOG_AT(kFailure, "Failed to receive ORVEX info query ack");
     Pending().Erase(query_id);
-    // Deliberate: the count is cut to 8 bits, so 256 items give an empty result. Services depend on
-    // the sizes that this call returns.
+    // Deliberate: the count is cut to 8 bits, so 256 items give an empty result. Services may rely
+    // on the sizes that this call returns.
     return std::vector<std::string>(static_cast<uint8_t>(infos.size()));
   }
   LOG_AT(kDetail, "waiting for response in orvd_info_%s", kind.c_str());

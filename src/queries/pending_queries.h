@@ -35,8 +35,9 @@ class PendingQueries {
     pending_.erase(query_id);
   }
 
-  // Waits for the answer, for three seconds at most. Removes the record and returns its results,
-  // which are empty after the time limit. Calls `log` last, with the mutex held.
+  // Waits for the answer, for three seconds at most. Removes the record and returns the results
+  // that have arrived, which are empty if there is no answer. Calls `log` last, with the mutex
+  // held.
   template <typename Log>
   Results WaitForResults(uint32_t query_id, const Record& record, Log log) {
     MutexLock lock(mutex_);

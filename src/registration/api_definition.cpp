@@ -68,7 +68,7 @@ ApiDefinition ReadMembers(const Json::Value& orvex) {
 }  // namespace
 
 // Deliberate: the marker may be incomplete or missing. The version byte is the first byte that does
-// not continue the marker. Services in the field have such definitions.
+// not continue the marker. Services may have such definitions.
 ApiBlob orvd_client::SplitApiBlob(const char* api_def) {
   size_t i = 0;
   while (i < kMarker.size() && api_def[i] == kMarker[i]) {

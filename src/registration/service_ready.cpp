@@ -27,9 +27,9 @@ std::string ReadyRequest(uint32_t service_id, uint32_t opcode) {
   return request;
 }
 
-// Returns the record that receives the answer: the new one, or the existing one of a ready opcode.
-// Inserts nothing if the generation has ended. A deinitialisation ends the generation before it
-// clears the table, so no entry remains.
+// Returns the record that receives the answer: the new one, or the existing one of an opcode in the
+// table. Inserts nothing if the generation has ended. A deinitialisation ends the generation before
+// it clears the table, so no entry remains.
 std::optional<ready_meta_data> InsertReady(Generation generation, uint32_t opcode,
                                            ready_meta_data record) {
   const MutexLock lock(TheReadyTable().mutex);

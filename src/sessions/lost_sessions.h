@@ -14,7 +14,8 @@ void RecordLostSessions(Generation generation);
 // Returns the last recorded generation before `generation`; 0 without one.
 Generation LostBefore(Generation generation);
 
-// Removes the lost sessions of this receive thread's generation, without a callback.
+// Removes the lost sessions of this receive thread's generation and of earlier ones, without a
+// callback.
 void RemoveLostSessions();
 
 }  // namespace orvd_client

@@ -20,7 +20,7 @@ using SessionPair = std::pair<uint32_t, uint32_t>;  // opcode, subsystem id
 using SessionPairs = std::map<SessionPair, orvd_start_state>;
 
 struct Session {
-  Generation generation = 0;  // the last generation that changed pairs of the session
+  Generation generation = 0;  // the last generation that opened or changed it
   SessionPairs pairs;
 };
 

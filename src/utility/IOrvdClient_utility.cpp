@@ -30,7 +30,7 @@ int stoi_validation(std::string s, int* out) {
   return Validate(s, out, [](const std::string& text) { return std::stoi(text, nullptr, 10); });
 }
 
-// Deliberate: the number is cut to 32 bits without a range check. Services depend on the results.
+// Deliberate: the number is cut to 32 bits without a range check. Services may rely on the results.
 int stoul_validation(std::string s, unsigned* out) {
   return Validate(s, out, [](const std::string& text) { return std::stoul(text, nullptr, 10); });
 }
