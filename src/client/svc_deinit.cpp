@@ -23,8 +23,8 @@ void EndGeneration() {
   }
 }
 
-// Sends nothing if the connection was not initialised. That connection stays open for the next
-// initialisation.
+// Sends nothing if the connection was not initialised, unless this process is the dedicated client.
+// That connection stays open for the next initialisation.
 void SendDeinitAndDisconnect(unsigned int svc_id) {
   if (!gMgrInitDone && !gDedicatedChannel) {
     return;
