@@ -3,9 +3,9 @@
 
 #include <json/json.h>
 
-#include <regex>
 #include <thread>
 
+#include "support/json_args.h"
 #include "support/service_fixture.h"
 #include "support/taken_args.h"
 
@@ -20,21 +20,6 @@ namespace {
 using std::string, std::to_string;
 const string kMismatch = "and type of value do not match while parsing";
 using Holder = std::shared_ptr<ValuesInterface>;
-
-// Makes the JSON of a list of arguments. The text has arguments separated by blanks: ID:TYPE=VALUE,
-// ID:TYPE[]=LIST for a vector, struct(MEMBERS), or JSON.
-string JsonArgs(string text) {
-  const char* const steps[][2] = {
-      {R"((-?\d+):(\w*)\[\]=)", R"($1:vector","vec_type":"$2=)"},
-      {R"((-?\d+):([^ =]*)=(\S+?)(?=[ )]|$))", R"({"id":$1,"type":"$2","value":$3})"},
-      {R"(struct\()", R"({"id":7,"type":"struct","members":[)"},
-      {"\\)", "]}"},
-      {" ", ","}};
-  for (const auto& [from, to] : steps) {
-    text = std::regex_replace(text, std::regex(from), to);
-  }
-  return "[" + text + "]";
-}
 
 // Returns the result, the queues, and the log lines with their priorities.
 string Decode(const string& text) {

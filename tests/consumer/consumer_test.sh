@@ -3,7 +3,7 @@
 # demo with each and with the installed orvd-sim. usage: consumer_test.sh PREFIX WORK_FOLDER COMPILER [FLAGS]
 set -euo pipefail
 project=$(cd "$(dirname "$0")/../.." && pwd)
-prefix=$1 work=$2 compiler=$3 flags=${4:-}
+prefix=$1 work=$2 compiler=$3 flags="-Wall -Wextra -Wconversion -Wshadow -Werror ${4:-}"
 rm -rf "$work"
 mkdir -p "$work"
 
