@@ -81,9 +81,9 @@ std::string OfferAnswer(std::string_view message) {
 
 }  // namespace
 
-Tasks::Tasks(Shape shape, int count, int outstanding_tasks)
+Tasks::Tasks(Shape shape, int count, int outstanding_tasks, const std::string& answer)
     : message(TaskMessage(FunctionText(shape, static_cast<std::size_t>(count)))),
-      result(R"("return":)" + std::to_string(count) + ","),
+      result(answer.empty() ? R"("return":)" + std::to_string(count) + "," : answer),
       outstanding(outstanding_tasks) {}
 
 Seconds Tasks::operator()(const MeasuredRun& run) const {

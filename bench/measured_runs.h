@@ -18,14 +18,15 @@ using Seconds = std::chrono::duration<double>;
 
 struct MeasuredRun {
   Link& link;
-  bool decodes;  // the service reports how many values it decoded
+  bool decodes;  // the service answers with the number or with the sum of the decoded values
   int operations;
   std::vector<float>* latencies;  // microseconds of each operation; null: not recorded
 };
 
-// Tasks of one shape. At most `outstanding` tasks are unanswered at a time.
+// Tasks of one shape. At most `outstanding` tasks are unanswered at a time. A service that decodes
+// answers with `answer`, or with the number of its decoded values if `answer` is empty.
 struct Tasks {
-  Tasks(Shape shape, int count, int outstanding);
+  Tasks(Shape shape, int count, int outstanding, const std::string& answer = {});
   Seconds operator()(const MeasuredRun& run) const;
 
   std::string message;

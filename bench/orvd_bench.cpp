@@ -1,7 +1,8 @@
-// Measures three services over the real socket: one uses the library, and two are hand-written
-// baselines. All three are connected at the same time and are measured alternately, on the same
-// processor as this driver. Other load on the machine therefore affects all of them. The program
-// writes the times as JSON, and report.py prints the table.
+// Measures services over the real socket. One uses the library and is compared with two
+// hand-written baselines. One uses the C++ layer and is compared with a service on the raw
+// interface of the library. All are connected at the same time. The services of a mode are measured
+// alternately, on the same processor as this driver. Other load on the machine therefore affects
+// all of them. The program writes the times as JSON, and report.py prints the table.
 //
 //   orvd_bench ROUNDS PERCENT [MODES]
 //
@@ -22,6 +23,7 @@
 
 #include "json_text.h"
 #include "measured_runs.h"
+#include "wire.h"
 
 namespace {
 
@@ -31,28 +33,39 @@ using bench::Tasks;
 
 constexpr int kRuns = 5;  // of each mode with each service, in each round
 
+// The services that a mode compares.
+enum Compared : unsigned {
+  kLibrary = 1,   // library and baseline
+  kDecoding = 2,  // library, baseline and decoding baseline
+  kLayer = 4,     // layer and raw service
+};
+
 struct Mode {
   const char* name;
   int operations;  // of each service, in each round
   std::function<bench::Seconds(const MeasuredRun&)> perform;
-  bool has_arguments = false;  // only then the decoding baseline is measured
+  Compared compared = kLibrary;
   bool one_at_a_time = false;  // the latency of each operation is recorded
 };
 
+// The answers of the services that read their arguments. See task_messages.cpp for the values.
+constexpr const char* kSumOfScalars = R"("func":{"sum":2000030394,"done":true})";
+constexpr const char* kSumOfMembers = R"("func":{"sum":-50001225,"done":true})";
+
 std::vector<Mode> ModesThatBeginWith(const std::string& beginning) {
   std::vector<Mode> modes = {
-      {"no arguments", 20000, Tasks(Shape::kNone, 0, 1), false, true},
+      {"no arguments", 20000, Tasks(Shape::kNone, 0, 1), kLibrary, true},
       {"no arguments, 8 outstanding", 20000, Tasks(Shape::kNone, 0, 8)},
       {"no arguments, 64 outstanding", 20000, Tasks(Shape::kNone, 0, 64)},
-      {"10 scalars", 20000, Tasks(Shape::kScalars, 10, 1), true, true},
-      {"10 scalars, 8 outstanding", 10000, Tasks(Shape::kScalars, 10, 8), true},
-      {"10 scalars, 64 outstanding", 10000, Tasks(Shape::kScalars, 10, 64), true},
-      {"struct of 50", 5000, Tasks(Shape::kStruct, 50, 1), true, true},
-      {"struct of 50, 8 outstanding", 5000, Tasks(Shape::kStruct, 50, 8), true},
-      {"struct of 50, 64 outstanding", 5000, Tasks(Shape::kStruct, 50, 64), true},
-      {"vector of 10,000 uint32", 200, Tasks(Shape::kUint32s, 10000, 1), true, true},
-      {"vector of 50,000 int32", 50, Tasks(Shape::kInt32s, 50000, 1), true, true},
-      {"string of 200 kB", 1000, Tasks(Shape::kString, 200000, 1), true, true},
+      {"10 scalars", 20000, Tasks(Shape::kScalars, 10, 1), kDecoding, true},
+      {"10 scalars, 8 outstanding", 10000, Tasks(Shape::kScalars, 10, 8), kDecoding},
+      {"10 scalars, 64 outstanding", 10000, Tasks(Shape::kScalars, 10, 64), kDecoding},
+      {"struct of 50", 5000, Tasks(Shape::kStruct, 50, 1), kDecoding, true},
+      {"struct of 50, 8 outstanding", 5000, Tasks(Shape::kStruct, 50, 8), kDecoding},
+      {"struct of 50, 64 outstanding", 5000, Tasks(Shape::kStruct, 50, 64), kDecoding},
+      {"vector of 10,000 uint32", 200, Tasks(Shape::kUint32s, 10000, 1), kDecoding, true},
+      {"vector of 50,000 int32", 50, Tasks(Shape::kInt32s, 50000, 1), kDecoding, true},
+      {"string of 200 kB", 1000, Tasks(Shape::kString, 200000, 1), kDecoding, true},
       {"session of 1 pair", 5000, [](const MeasuredRun& run) { return CycleSessions(run, 1); }},
       {"session of 64 pairs", 1000, [](const MeasuredRun& run) { return CycleSessions(run, 64); }},
       {"notification", 20000, bench::Notify},
@@ -60,6 +73,13 @@ std::vector<Mode> ModesThatBeginWith(const std::string& beginning) {
       {"permission query, 16 items", 5000,
        [](const MeasuredRun& run) { return AnswerQueries(run, 16); }},
       {"register and ready", 1000, bench::AnswerOffers},
+      {"layer, 10 scalars", 20000, Tasks(Shape::kScalars, 10, 1, kSumOfScalars), kLayer, true},
+      {"layer, 10 scalars, 8 outstanding", 10000, Tasks(Shape::kScalars, 10, 8, kSumOfScalars),
+       kLayer},
+      {"layer, struct of 50", 5000, Tasks(Shape::kStruct, bench::kMembers, 1, kSumOfMembers),
+       kLayer, true},
+      {"layer, struct of 50, 8 outstanding", 5000,
+       Tasks(Shape::kStruct, bench::kMembers, 8, kSumOfMembers), kLayer},
   };
   modes.erase(std::remove_if(modes.begin(), modes.end(),
                              [&beginning](const Mode& mode) {
@@ -74,12 +94,15 @@ struct Service {
   const char* program;
   const char* option;
   bool decodes;
+  unsigned takes_part;  // in the modes that compare one of these
 };
 
-constexpr std::array<Service, 3> kServices{{
-    {"baseline", "bench_baseline", "", false},
-    {"library", "bench_library_service", "", true},
-    {"decoding_baseline", "bench_baseline", "decode", true},
+constexpr std::array<Service, 5> kServices{{
+    {"baseline", "bench_baseline", "", false, kLibrary | kDecoding},
+    {"library", "bench_library_service", "", true, kLibrary | kDecoding},
+    {"decoding_baseline", "bench_baseline", "decode", true, kDecoding},
+    {"raw", "bench_raw_service", "", true, kLayer},
+    {"layer", "bench_layer_service", "", true, kLayer},
 }};
 
 struct Times {
@@ -110,7 +133,7 @@ int PinToOneProcessor() {
 }
 
 bool TakesPart(const Service& service, const Mode& mode) {
-  return mode.has_arguments || std::string(service.name) != "decoding_baseline";
+  return (service.takes_part & mode.compared) != 0;
 }
 
 using Processes = std::array<std::unique_ptr<bench::ServiceProcess>, kServices.size()>;

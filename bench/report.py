@@ -7,7 +7,9 @@ import argparse
 import json
 import statistics
 
-# Target for a mode: the largest acceptable ratio of the library's time to the baseline's.
+# The measured service and the one that it is compared with. A mode has the times of one of these pairs.
+COMPARISONS = [("library", "baseline"), ("layer", "raw")]
+# Target for a mode: the largest acceptable ratio of the two times.
 TARGETS = {
     "no arguments": 1.03,
     "no arguments, 8 outstanding": 0.80,
@@ -22,14 +24,16 @@ TARGETS = {
     "session of 64 pairs": 1.12,
     "notification": 1.13,
     "permission query": 1.13,
+    "layer, 10 scalars": 1.05,
+    "layer, struct of 50": 1.05,
 }
 # Target for a shape: the largest acceptable ratio of decoding time to parsing time.
 DECODE_TARGETS = {"scalars": 0.30, "struct": 0.30, "uint32s": 0.10, "int32s": 0.10, "string": 0.02}
 
 
-def ratios(times, baseline):
+def ratios(times, measured, reference):
     """Median, lowest and highest ratio. Each ratio compares two times of the same round."""
-    values = [a / b for a, b in zip(times["library"], times[baseline])]
+    values = [a / b for a, b in zip(times[measured], times[reference])]
     return {"median": statistics.median(values), "min": min(values), "max": max(values)}
 
 
@@ -37,16 +41,18 @@ def socket_rows(report):
     rows = []
     for mode in report["modes"]:
         times = mode["microseconds"]
+        measured, reference = next(pair for pair in COMPARISONS if pair[0] in times)
         row = {
             "mode": mode["name"],
-            "library_us": statistics.median(times["library"]),
-            "baseline_us": statistics.median(times["baseline"]),
-            "ratio": ratios(times, "baseline"),
+            "compared": [measured, reference],
+            f"{measured}_us": statistics.median(times[measured]),
+            f"{reference}_us": statistics.median(times[reference]),
+            "ratio": ratios(times, measured, reference),
             "target": TARGETS.get(mode["name"]),
             "latencies_us": mode.get("latencies"),
         }
         if "decoding_baseline" in times:
-            row["ratio_to_decoding_baseline"] = ratios(times, "decoding_baseline")
+            row["ratio_to_decoding_baseline"] = ratios(times, "library", "decoding_baseline")
         rows.append(row)
     return rows
 
@@ -81,24 +87,37 @@ def verdict(value, target):
     return "" if target is None else f"{target:.2f}{'' if value <= target else ' over'}"
 
 
-def print_socket(rows):
-    print(f"{'mode':30} {'library us':>11} {'baseline us':>11}  {'ratio (min..max)':18} {'target':10} {'to decoding baseline'}")
+def print_ratios(rows, measured, reference):
+    print(f"{'mode':34} {measured + ' us':>11} {reference + ' us':>11}  {'ratio (min..max)':18} {'target':10}"
+          f" {'to decoding baseline' if measured == 'library' else ''}")
     for row in rows:
         print(
-            f"{row['mode']:30} {row['library_us']:11.1f} {row['baseline_us']:11.1f}  {shown(row['ratio']):18} "
+            f"{row['mode']:34} {row[measured + '_us']:11.1f} {row[reference + '_us']:11.1f}  {shown(row['ratio']):18} "
             f"{verdict(row['ratio']['median'], row['target']):10} {shown(row.get('ratio_to_decoding_baseline'))}"
         )
-    print("modes with one task at a time: median latency; other modes: mean time")
-    print("\nlatency, one task at a time, us   median      90 %      99 %   baseline: median      90 %      99 %")
+
+
+def print_latencies(rows, measured, reference):
+    print(f"\nlatency, one task at a time, us {measured + ': median':>20}      90 %      99 %"
+          f"   {reference + ': median':>18}      90 %      99 %")
     for row in rows:
         if row["latencies_us"]:
-            library, baseline = (row["latencies_us"][name] for name in ("library", "baseline"))
-            print(f"{row['mode']:30}" + "".join(f"{us:10.1f}" for us in library) + " " * 11
-                  + "".join(f"{us:10.1f}" for us in baseline))
+            times = [row["latencies_us"][name] for name in (measured, reference)]
+            print(f"{row['mode']:41}" + "".join(f"{us:10.1f}" for us in times[0]) + " " * 11
+                  + "".join(f"{us:10.1f}" for us in times[1]))
+
+
+def print_socket(rows):
+    for measured, reference in COMPARISONS:
+        compared = [row for row in rows if row["compared"] == [measured, reference]]
+        print_ratios(compared, measured, reference)
+        print("modes with one task at a time: median latency; other modes: mean time")
+        print_latencies(compared, measured, reference)
+        print()
 
 
 def print_in_process(decode, parts):
-    print(f"\n{'arguments':10} {'bytes':>8} {'parse us':>10} {'decode us':>10} {'release us':>10} {'decode/parse':>13} target")
+    print(f"{'arguments':10} {'bytes':>8} {'parse us':>10} {'decode us':>10} {'release us':>10} {'decode/parse':>13} target")
     for row in decode:
         print(
             f"{row['shape']:10} {row['bytes']:8.0f} {row['parse_us']:10.1f} {row['decode_us']:10.2f} "
@@ -126,7 +145,7 @@ def plot(file, rows, decode):
     bars.scatter([row["target"] for row in rows], names, marker="|", s=200, color="tab:red", zorder=3, label="target")
     bars.axvline(1, color="black", linewidth=0.8)
     bars.invert_yaxis()
-    bars.set_title("library / baseline: median and range of the rounds")
+    bars.set_title("library / baseline, layer / raw: median and range of the rounds")
     bars.legend()
     for shape in dict.fromkeys(row["shape"] for row in decode):
         of_shape = [row for row in decode if row["shape"] == shape]

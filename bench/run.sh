@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the benchmark and prints its report. Every ratio compares the library with the baseline in the same run.
+# Runs the benchmark and prints its report. Every ratio compares two services in the same run: the library with the
+# baseline, or the C++ layer with the raw interface of the library.
 # usage: bench/run.sh BUILD_FOLDER [--quick] [--json FILE] [--plot FILE]
 set -euo pipefail
 report=$(dirname "$0")/report.py
@@ -15,6 +16,8 @@ while [ $# -gt 0 ]; do
   esac
   shift
 done
+compile_rounds=$rounds
+[ "$percent" = 100 ] || compile_rounds=1
 
 # The services connect to the real socket path, in a private /dev.
 bwrap --die-with-parent --bind / / --dev /dev --dir /dev/socket -- "$build/orvd_bench" "$rounds" "$percent" \
@@ -25,3 +28,6 @@ taskset -c "$(taskset -cp $$ | grep -oE '[0-9]+$')" "$build/bench_in_process" --
   --benchmark_format=json >"$build/in_process.json" 2>"$build/in_process.log"
 # The interpreter of the system: the Debian packages install their modules for it.
 /usr/bin/python3 "$report" "$build/socket.json" "$build/in_process.json" "${options[@]}"
+for compiler in g++ clang++-14; do
+  ! command -v "$compiler" >/dev/null || /usr/bin/python3 "$(dirname "$0")/compile_time.py" "$compiler" "$compile_rounds"
+done

@@ -53,6 +53,13 @@ inline std::string Definition(uint32_t opcode, uint32_t subsystems) {
          R"(","subsystems":[)" + list + "]}}";
 }
 
+// What the layer's service and the raw service answer: the sum of all values of the arguments.
+template <typename... T>
+int64_t Sum(T... values) {
+  return (static_cast<int64_t>(values) + ...);
+}
+inline constexpr int kMembers = 50;  // of the struct that they read
+
 inline constexpr const char* kToken = "a token of some length";
 
 }  // namespace bench
