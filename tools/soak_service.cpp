@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "IOrvdClient.h"
+#include "orvex/arguments.h"
 #include "soak.h"
 
 namespace soak {
@@ -109,18 +110,6 @@ std::string MapText(const orvex_typed_map_t* typed, const orvex_value_map_t* val
   return text;
 }
 
-void DeleteMemberMaps(const orvex_func_call_info_t& args) {
-  if (args.typed_queue == nullptr) {
-    return;
-  }
-  for (const auto& [key, entry] : *args.typed_queue) {
-    if (entry.first == ORVEX_STRUCT) {
-      delete static_cast<const ParamValues<orvex_typed_map_t*>&>(*entry.second).value;
-      delete static_cast<const ParamValues<orvex_value_map_t*>&>(*args.value_queue->at(key)).value;
-    }
-  }
-}
-
 // --- Queries
 
 // A query may fail before the receive thread has detected the loss of the Manager, so this waits up
@@ -185,7 +174,7 @@ int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   call->ret = args.num_of_args;
   const std::string text = MapText(args.typed_queue, args.value_queue);
   call->result = R"("sum":")" + std::to_string(std::hash<std::string>{}(text)) + "\"";
-  DeleteMemberMaps(args);
+  orvex::FreeStructMembers(args);
   if (call->transac_id % 4 == 0) {
     std::this_thread::sleep_for(Milliseconds(1 + call->transac_id / 4 % 20));
   }
