@@ -21,7 +21,7 @@
 #include <iostream>
 #include <map>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 #include "measured_runs.h"
 #include "wire.h"
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "manager_peer.h"
+#include "orvex_simulator/manager_peer.h"
 
 namespace bench {
 

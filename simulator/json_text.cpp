@@ -1,4 +1,4 @@
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 
 #include <json/reader.h>
 #include <json/writer.h>

@@ -1,4 +1,4 @@
-#include "manager_peer.h"
+#include "orvex_simulator/manager_peer.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -19,7 +19,7 @@
 #include <thread>
 #include <utility>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 
 namespace orvd {
 namespace {

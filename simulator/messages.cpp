@@ -1,4 +1,4 @@
-#include "messages.h"
+#include "orvex_simulator/messages.h"
 
 #include <array>
 #include <cstdio>

@@ -18,8 +18,8 @@
 #include <optional>
 #include <thread>
 
-#include "json_text.h"
-#include "manager_peer.h"
+#include "orvex_simulator/json_text.h"
+#include "orvex_simulator/manager_peer.h"
 #include "soak.h"
 #include "soak_ledger.h"
 #include "soak_messages.h"

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <map>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 #include "soak.h"
 
 namespace soak {

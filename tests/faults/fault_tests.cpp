@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 #include "sessions/exec_task.h"
 #include "sessions/session_end.h"
 #include "support/faults.h"

@@ -15,7 +15,7 @@
 #include <sstream>
 #include <string>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 #include "link/send.h"
 #include "support/frozen_clock.h"
 #include "support/json_args.h"

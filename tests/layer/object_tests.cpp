@@ -4,7 +4,7 @@
 #include <cmath>
 #include <set>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 #include "orvex/object.h"
 
 namespace {

@@ -49,7 +49,7 @@ ROWS = [
         ("rejected x", "rejected needs the number of a task"), ("signal USR1", "signal needs TERM, INT, HUP or KILL"),
         ("rejected 1", "rejected needs an end-of-file or die later on"))),
     ("# nothing", [], 2, "scenario: no steps in it"),
-    ("no/file", None, 2, "orvd-sim: no/file: cannot be read"), ("--help", None, 0, "\n  exactly TEXT  "),
+    ("no/file", None, 2, "orvd-sim: no/file: cannot be read"), ("play --help", None, 0, "\n  exactly TEXT  "),
     *((words, None, 2, "usage: orvd-sim ") for words in ("", "-y", "x y", "x --pace", "x --pace -1", "x --color x"))]
 
 

@@ -10,7 +10,7 @@
 #include <regex>
 #include <thread>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 #include "link/send.h"
 #include "sessions/exec_task.h"
 #include "sessions/session_end.h"

@@ -13,8 +13,8 @@
 
 #include "IOrvdClient.h"
 #include "base/never_destroyed.h"
-#include "manager_peer.h"
-#include "messages.h"
+#include "orvex_simulator/manager_peer.h"
+#include "orvex_simulator/messages.h"
 #include "support/log_capture.h"
 
 inline constexpr const char* kSharedPath = "/dev/socket/orvd";

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "conversation.h"
-#include "manager_peer.h"
+#include "orvex_simulator/manager_peer.h"
 #include "scenario.h"
 
 namespace orvd {

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "manager_peer.h"
+#include "orvex_simulator/manager_peer.h"
 
 namespace orvd {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 
 namespace orvd {
 namespace {

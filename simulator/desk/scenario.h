@@ -6,9 +6,10 @@
 
 #include <iosfwd>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "command_line.h"
 
 namespace orvd {
 
@@ -20,9 +21,9 @@ struct Step {
   Json::Value json;  // `rest` as an object, if the verb takes one
 };
 
-class ScenarioError : public std::runtime_error {
+class ScenarioError : public CannotRun {
  public:
-  using std::runtime_error::runtime_error;
+  using CannotRun::CannotRun;
 };
 
 // Throws ScenarioError for a line that is not a step, with file and line in its text. Throws it too

@@ -4,7 +4,7 @@
 #include <optional>
 #include <thread>
 
-#include "json_text.h"
+#include "orvex_simulator/json_text.h"
 
 namespace orvd {
 namespace {
