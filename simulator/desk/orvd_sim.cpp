@@ -7,6 +7,9 @@
 #include "command_line.h"
 #include "commands.h"
 
+#define ORVD_TEXT_OF(token) #token
+#define ORVD_TEXT(macro) ORVD_TEXT_OF(macro)
+
 namespace {
 
 constexpr const char* kUsage = R"(usage: orvd-sim COMMAND [OPTION...] [OPERAND...]
@@ -49,7 +52,7 @@ int main(int argc, char** argv) {
     return first.empty() ? orvd::kCannotRun : orvd::kAsExpected;
   }
   if (first == "--version") {
-    std::cout << "orvd-sim " << ORVD_SIM_VERSION << '\n';
+    std::cout << "orvd-sim " ORVD_TEXT(ORVD_SIM_VERSION) "\n";
     return orvd::kAsExpected;
   }
   try {

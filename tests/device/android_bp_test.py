@@ -30,11 +30,12 @@ def host(target, folder):
     """The sources in `folder`, the flags and the libraries of `target` on the host, also as "property value"."""
     lines = subprocess.check_output([ninja, "-t", "commands", target], text=True).splitlines()
     used = [line for line in lines if f" -c {project}/{folder}/" in line]
-    used.append(re.sub(r" -o \S+", "", [line for line in lines if " -o " in line and " -c " not in line][-1]))
-    used = re.sub(r" -l(\w+)", r" lib\1.so", " ".join(used)).replace("liborvex_host_platform", "libcutils")
-    words = {"srcs": rf" -c {project}/(\S+)", "cpp_std": r" -std=(\S+)", "cppflags": r" (-W(?!l,)\S+|-fvis\S+)",
-             "local_include_dirs": rf" -I{project}/((?!include|platform)\S+)", "shared_libs": r"[ /](lib\w+)\.(?:so|a)",
-             "version_script": rf"--version-script={project}/(\S+)"}
+    used += [re.sub(r" -o \S+", "", line) for line in [
+        line for line in lines if " -o " in line and " -c " not in line][-1:]]  # none for an archive
+    used = re.sub(r" -l(\w+)", r" lib\1.so", " ".join(used)).replace("liborvex_host_platform.a", "libcutils.so")
+    words = {"srcs": rf" -c {project}/(\S+)", "cpp_std": r" -std=(\S+)", "cppflags": r" (-W(?!l,)\S+|-fvis\S+|-DORVD\S+)",
+             "local_include_dirs": rf" -I{project}/((?!include|platform)\S+)", "shared_libs": r"[ /](lib\w+)\.so",
+             "static_libs": r"[ /](lib\w+)\.a", "version_script": rf"--version-script={project}/(\S+)"}
     return {f"{key} {value}" for key, pattern in words.items() for value in re.findall(pattern, used)}
 
 
@@ -47,6 +48,11 @@ wanted = {
     "liborvex2_0_headers": headers | {"kind cc_library_headers"},
     "sensor_hub_service": program | host("sensor_hub_service", "examples") | {
         "kind cc_binary", "init_rc examples/sensor_hub_service.rc"},
+    "liborvex_simulator": program | host("simulator/liborvex_simulator.a", "simulator") - {
+        "local_include_dirs simulator/include"} | {
+        "kind cc_library_static", "host_supported true", "export_include_dirs simulator/include",
+        "shared_libs libjsoncpp", "export_shared_lib_headers libjsoncpp"},
+    "orvd-sim": program | host("orvd-sim", "simulator/desk") | {"kind cc_binary", "host_supported true"},
 }
 found = read_modules()
 differences = [f"{name}: {line}, only {'in Android.bp' if line in found.get(name, ()) else 'wanted'}"
