@@ -3,8 +3,13 @@
 #include <getopt.h>
 
 #include <algorithm>
-#include <charconv>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <sstream>
+
+#include "byte_text.h"
+#include "read_number.h"
 
 namespace orvd {
 namespace {
@@ -12,6 +17,8 @@ namespace {
 constexpr int kHelp = 1;
 constexpr int kFirstOption = 2;
 constexpr std::size_t kHelpColumn = 26;
+constexpr std::size_t kLongestComplaint = 2000;  // bytes of a line
+constexpr std::int64_t kLongestPatience = 86400;
 
 std::string UsageLine(const CommandHelp& help) {
   const std::string operands = help.operands;
@@ -116,17 +123,29 @@ std::function<void(const std::string&)> StoreNumber(std::int64_t& number, std::i
   };
 }
 
+std::function<void(const std::string&)> StoreId(std::optional<std::uint32_t>& id) {
+  return [&id](const std::string& value) { id = ReadUnsigned(value, "a number"); };
+}
+
 Option PathOption(std::string& path) {
   return {"path", "SOCKET", "the Manager's socket (default /dev/socket/orvd)", StoreText(path)};
 }
 
+Option PatienceOption(std::int64_t& seconds, const char* help) {
+  return {"patience", "SECONDS", help, StoreNumber(seconds, 1, kLongestPatience)};
+}
+
+std::uint32_t ReadUnsigned(const std::string& text, const char* what) {
+  const std::optional<std::int64_t> number = ReadNumber(text);
+  if (!number || *number < 0 || *number > UINT32_MAX) {
+    throw WrongUse("expected " + std::string(what) + " from 0 to 0xffffffff, got '" + text + "'");
+  }
+  return static_cast<std::uint32_t>(*number);
+}
+
 std::optional<std::int64_t> ReadNumber(const std::string& text) {
   const bool hexadecimal = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
-  const char* begin = text.data() + (hexadecimal ? 2 : 0);
-  const char* end = text.data() + text.size();
-  std::int64_t number = 0;
-  const auto [stopped, error] = std::from_chars(begin, end, number, hexadecimal ? 16 : 10);
-  return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
+  return hexadecimal ? ReadWhole<std::int64_t>(text.substr(2), 16) : ReadWhole<std::int64_t>(text);
 }
 
 std::optional<std::vector<std::string>> ReadCommandLine(const CommandHelp& help,
@@ -147,6 +166,39 @@ std::optional<std::vector<std::string>> ReadCommandLine(const CommandHelp& help,
     return operands;
   } catch (const WrongUse& error) {
     throw WrongUse(std::string(error.what()) + "\n" + UsageLine(help));
+  }
+}
+
+void Complain(const std::string& text) {
+  std::string printed = "orvd-sim: ";
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    printed += PrintableBegin(line, kLongestComplaint) + '\n';
+  }
+  std::cerr << printed;
+}
+
+void RefuseSameFile(const std::string& output, const std::string& input) {
+  std::error_code missing;
+  if (std::filesystem::is_regular_file(input, missing) &&
+      std::filesystem::equivalent(output, input, missing)) {
+    throw CannotRun(output + ": is read and cannot be written");
+  }
+}
+
+void WriteTo(const std::string& output, const std::string& input,
+             const std::function<void(std::ostream&)>& write) {
+  RefuseSameFile(output, input);
+  std::ofstream file;
+  if (!output.empty()) {
+    file.open(output, std::ios::binary);
+  }
+  std::ostream& out = output.empty() ? std::cout : file;
+  if (out) {
+    write(out);
+  }
+  if (!out.flush()) {
+    throw CannotRun((output.empty() ? "standard output" : output) + ": cannot be written");
   }
 }
 

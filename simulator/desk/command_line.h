@@ -1,4 +1,5 @@
-// Reads the words of a command with getopt_long, and prints the command's help.
+// Reads the words of a command with getopt_long, and prints the command's help, its errors and its
+// output.
 
 #pragma once
 
@@ -6,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <iosfwd>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -41,11 +43,16 @@ std::function<void(const std::string&)> StoreOneOf(std::string& text,
 // Takes decimal numbers, and hexadecimal ones with "0x", from `least` to `most`.
 std::function<void(const std::string&)> StoreNumber(std::int64_t& number, std::int64_t least,
                                                     std::int64_t most);
-// --path SOCKET, which every command has that takes the Manager's place.
+// Takes numbers from 0 to 0xffffffff: opcodes, sessions, subsystems.
+std::function<void(const std::string&)> StoreId(std::optional<std::uint32_t>& id);
+// Options that several commands have. `help` tells what is waited for.
 Option PathOption(std::string& path);
+Option PatienceOption(std::int64_t& seconds, const char* help);
 
 inline constexpr const char* kSocketPath = "/dev/socket/orvd";
 
+// Converts an operand. Throws WrongUse, with `what` in its text.
+std::uint32_t ReadUnsigned(const std::string& text, const char* what);
 // Converts the whole of `text`, decimal or hexadecimal with "0x". Returns nothing if that fails.
 std::optional<std::int64_t> ReadNumber(const std::string& text);
 
@@ -63,5 +70,14 @@ struct CommandHelp {
 std::optional<std::vector<std::string>> ReadCommandLine(const CommandHelp& help,
                                                         const std::vector<Option>& options,
                                                         int argc, char** argv);
+
+// Prints "orvd-sim: " and the text on the standard error output, without control characters.
+void Complain(const std::string& text);
+// Throws CannotRun if both are the same regular file.
+void RefuseSameFile(const std::string& output, const std::string& input);
+// Calls `write` with the file, or with the standard output if `output` is empty. `input` is what
+// the command reads. Throws CannotRun.
+void WriteTo(const std::string& output, const std::string& input,
+             const std::function<void(std::ostream&)>& write);
 
 }  // namespace orvd

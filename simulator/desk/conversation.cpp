@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "byte_text.h"
 #include "orvex_simulator/json_text.h"
 
 namespace orvd {
@@ -81,11 +82,15 @@ std::string Fields(const Json::Value& message) {
 std::string Describe(const std::string& text) {
   const Json::Value message = ParseObject(text);
   if (message.empty()) {
-    return text;
+    return Printable(text);
   }
   std::array<char, 32> kind{};
   static_cast<void>(snprintf(kind.data(), kind.size(), "%-14s", KindOf(text).c_str()));
-  return kind.data() + Fields(message);
+  try {
+    return Printable(kind.data() + Fields(message));
+  } catch (const Json::Exception&) {  // members of other types than the protocol has
+    return Printable(text);
+  }
 }
 
 struct Look {
@@ -123,7 +128,11 @@ void Conversation::Print(const TranscriptEntry& entry) {
   static_cast<void>(snprintf(time.data(), time.size(), "%9.3f ms  ",
                              static_cast<double>(entry.since_start.count()) / 1000.0));
   const Look look = LookOf(entry.direction);
-  Line(look.color, time.data() + std::string(look.arrow) + Describe(entry.text));
+  const bool is_packet =
+      entry.direction == Direction::kFromService || entry.direction == Direction::kToService;
+  const bool is_empty = is_packet && entry.text.empty();
+  Line(look.color, time.data() + std::string(look.arrow) +
+                       (is_empty ? "(an empty packet)" : Describe(entry.text)));
 }
 
 void Conversation::Heading(const std::string& text) {

@@ -1,6 +1,7 @@
 // orvd-sim: the Manager's side of a service, for work without a device.
 
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -33,6 +34,12 @@ void PrintHelp(std::ostream& out) {
   out << kExitCodes;
 }
 
+void RefuseUnknownWord(const std::string& word) {
+  if (word.front() != '-' && !std::ifstream(word)) {
+    throw orvd::WrongUse("'" + word + "' is neither a command nor a readable scenario");
+  }
+}
+
 // Without the name of a command, all words belong to play.
 int RunCommand(int argc, char** argv) {
   for (const orvd::Command& command : orvd::kCommands) {
@@ -40,6 +47,7 @@ int RunCommand(int argc, char** argv) {
       return command.run(argc - 1, argv + 1);
     }
   }
+  RefuseUnknownWord(argv[1]);
   return orvd::RunPlay(argc, argv);
 }
 
@@ -58,7 +66,7 @@ int main(int argc, char** argv) {
   try {
     return RunCommand(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "orvd-sim: " << error.what() << '\n';
+    orvd::Complain(error.what());
     return orvd::kCannotRun;
   }
 }

@@ -12,7 +12,8 @@
 #include "conversation.h"
 #include "orvex_simulator/manager_peer.h"
 #include "player.h"
-#include "scenario.h"
+#include "scenario_file.h"
+#include "stop_signals.h"
 
 namespace orvd {
 namespace {
@@ -23,6 +24,7 @@ struct PlayOptions {
   std::string path = kSocketPath;
   std::string color = "auto";
   std::int64_t pace = 0;
+  std::int64_t patience = 10;
   std::string summary;
 };
 
@@ -36,13 +38,31 @@ std::string Summary(const Score& score) {
          std::to_string(score.failures) + " failures\n";
 }
 
-void WriteSummary(const std::string& summary, const std::string& path) {
-  if (path.empty()) {
-    std::cout << summary << std::flush;
-  } else if (!(std::ofstream(path, std::ios::app) << summary << std::flush)) {
-    throw CannotRun(path + ": cannot be written");
+// The standard output, or a file to which the summary is appended.
+class SummaryFile {
+ public:
+  SummaryFile(const std::string& name, const std::string& scenario) : name_(name) {
+    if (!name.empty()) {
+      RefuseSameFile(name, scenario);
+      file_.open(name, std::ios::app);
+      Check();
+    }
   }
-}
+  void Write(const std::string& summary) {
+    (name_.empty() ? std::cout : file_) << summary << std::flush;
+    Check();
+  }
+
+ private:
+  void Check() const {
+    if (!file_) {
+      throw CannotRun(name_ + ": cannot be written");
+    }
+  }
+
+  const std::string name_;
+  std::ofstream file_;
+};
 
 std::vector<Step> ReadScenarioFile(const std::string& name) {
   std::ifstream file(name);
@@ -54,13 +74,16 @@ std::vector<Step> ReadScenarioFile(const std::string& name) {
 
 int Play(const PlayOptions& options, const std::string& scenario) {
   const std::vector<Step> steps = ReadScenarioFile(scenario);
+  SummaryFile summary(options.summary, scenario);
+  const StopSignals stop;
   Conversation conversation(stdout, UseColor(options.color));
   ManagerPeer peer(options.path, false);
   peer.SetObserver([&](const TranscriptEntry& entry) { conversation.Print(entry); });
-  Player player(peer, conversation, Milliseconds(options.pace));
+  Player player(peer, conversation, Milliseconds(options.pace),
+                std::chrono::seconds(options.patience), stop);
   const Score score = player.Play(steps);
   peer.SetObserver(nullptr);
-  WriteSummary(Summary(score), options.summary);
+  summary.Write(Summary(score));
   if (score.die && score.failures == 0) {
     // A process that ends may close the client's connection before the listening socket. A quick
     // client would then reconnect to this process.
@@ -82,16 +105,17 @@ conversation and a summary.
   const CommandHelp help{
       "play", "SCENARIO", about.c_str(), "  orvd-sim play examples/demo.scenario\n", 1, 1};
   PlayOptions options;
-  const auto operands =
-      ReadCommandLine(help,
-                      {PathOption(options.path),
-                       {"color", "WHEN", "auto (default), always or never",
-                        StoreOneOf(options.color, {"auto", "always", "never"})},
-                       {"pace", "MS", "a pause before each step, in milliseconds",
-                        StoreNumber(options.pace, 0, kLongestPace)},
-                       {"summary", "FILE", "append the summary to FILE, do not print it",
-                        StoreText(options.summary)}},
-                      argc, argv);
+  const auto operands = ReadCommandLine(
+      help,
+      {PathOption(options.path),
+       {"color", "WHEN", "auto (default), always or never",
+        StoreOneOf(options.color, {"auto", "always", "never"})},
+       {"pace", "MS", "a pause before each step, in milliseconds",
+        StoreNumber(options.pace, 0, kLongestPace)},
+       PatienceOption(options.patience, "how long a step waits for the service (default 10)"),
+       {"summary", "FILE", "append the summary to FILE, do not print it",
+        StoreText(options.summary)}},
+      argc, argv);
   return operands ? Play(options, operands->front()) : kAsExpected;
 }
 
