@@ -21,8 +21,8 @@
 #include <iostream>
 #include <map>
 
-#include "orvex_simulator/json_text.h"
 #include "measured_runs.h"
+#include "orvex_simulator/json_text.h"
 #include "wire.h"
 
 namespace {

@@ -1,196 +1,282 @@
-#include "scenario.h"
-
-#include <json/reader.h>
+#include <json/value.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
-#include <csignal>
-#include <istream>
+#include <deque>
 #include <map>
-#include <memory>
-#include <string_view>
+#include <optional>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "byte_text.h"
+#include "command_line.h"
+#include "commands.h"
+#include "orvex_simulator/json_text.h"
+#include "recording.h"
+#include "task_book.h"
 
 namespace orvd {
 namespace {
 
-enum class Takes { kNothing, kText, kJson, kKind, kKindAndJson };
+constexpr const char* kAbout =
+    R"(Writes a scenario that plays the Manager's side of RECORDING and expects what the service sent.
+"orvd-sim play" runs it. A scenario serves one connection at a time.
 
-bool Anything(const Step& /*step*/) {
-  return true;
+Where the recording does not tell what the scenario needs, a comment says so: a service that ends by
+itself gets a signal, a reset without an unread message becomes a close, and bytes that are no text
+are not compared.)";
+
+constexpr const char* kExamples =
+    "  orvd-sim scenario field.jsonl > field.scenario\n"
+    "  orvd-sim scenario field.jsonl --output field.scenario\n";
+
+// Returns an empty value unless `text` is one object of which a step can hold all members.
+Json::Value StrictObject(const std::string& text) {
+  const std::optional<Json::Value> value = ParseValue(text);
+  return value && value->isObject() ? *value : Json::Value();
 }
 
-bool NamesTask(const Step& step) {
-  return step.json["transac_id"].isInt();
+bool IsOneLine(const std::string& text) {
+  return !text.empty() && IsUtf8(text) && text.find_first_of("\r\n") == std::string::npos &&
+         text.front() != ' ' && text.back() != ' ';
 }
 
-bool HasText(const Step& step) {
-  return !step.rest.empty();
-}
-
-bool NumbersTask(const Step& step) {
-  return ReadInteger(step.kind).has_value();
-}
-
-bool NamesSignal(const Step& step) {
-  return SignalNumber(step.kind).has_value();
-}
-
-struct Verb {
-  std::string_view name;
-  Takes takes;
-  bool (*accepts)(const Step& step);
-  const char* needs;  // for the error message when the step is not accepted
+// What a step depends on in later lines. All numbers are those of lines.
+struct Outlook {
+  std::set<std::size_t> unanswered;  // tasks
+  std::set<std::size_t> resets;      // a message, its unread answer, and the Manager's reset
+  std::size_t last_end = 0;          // of a connection
 };
 
-constexpr std::array kVerbs{Verb{"say", Takes::kText, Anything, ""},
-                            Verb{"answer", Takes::kKindAndJson, Anything, ""},
-                            Verb{"send", Takes::kJson, Anything, ""},
-                            Verb{"expect", Takes::kKindAndJson, Anything, ""},
-                            Verb{"exactly", Takes::kText, HasText, "the text of a message"},
-                            Verb{"task", Takes::kJson, NamesTask, "a number as transac_id"},
-                            Verb{"result", Takes::kJson, NamesTask, "a number as transac_id"},
-                            Verb{"rejected", Takes::kKind, NumbersTask, "the number of a task"},
-                            Verb{"signal", Takes::kKind, NamesSignal, "TERM, INT, HUP or KILL"},
-                            Verb{"end-of-file", Takes::kNothing, Anything, ""},
-                            Verb{"die", Takes::kNothing, Anything, ""}};
+struct NumberedPacket {
+  std::size_t line = 0;
+  Packet packet;
+};
 
-[[noreturn]] void Fail(const std::string& name, int line, const std::string& why) {
-  throw ScenarioError(name + ":" + std::to_string(line) + ": " + why);
+// Whether the steps silence, send and "hang-up reset" have the same effect.
+bool CausesReset(const NumberedPacket& sent, const NumberedPacket& answer) {
+  return sent.line != 0 && !sent.packet.to_manager && answer.packet.to_manager &&
+         (!answer.packet.IsAnswer() ||
+          (sent.packet.IsTask() && sent.packet.number == answer.packet.number));
 }
 
-std::string TakeWord(std::string& text) {
-  const std::size_t end = std::min(text.find(' '), text.size());
-  std::string word = text.substr(0, end);
-  const std::size_t next = text.find_first_not_of(' ', end);
-  text = next == std::string::npos ? "" : text.substr(next);
-  return word;
+bool IsEnd(LinkEvent event) {
+  return event == LinkEvent::kServiceClosed || event == LinkEvent::kServiceReset ||
+         event == LinkEvent::kManagerClosed || event == LinkEvent::kManagerReset;
 }
 
-Json::Value ReadObject(const std::string& text, const std::string& name, int line) {
-  Json::CharReaderBuilder builder;
-  builder["failIfExtra"] = true;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  Json::Value value;
-  std::string errors;
-  if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-    Fail(name, line, "not JSON: " + errors);
+Outlook LookAhead(RecordingReader& reader) {
+  Outlook outlook;
+  TaskBook book;
+  NumberedPacket last_but_one;
+  NumberedPacket last;
+  while (const auto line = reader.Next()) {
+    const std::size_t number = reader.line();
+    if (line->kind == RecordedLine::Kind::kPacket) {
+      last_but_one = last;
+      last = {number, ReadPacket(line->bytes, line->direction == PacketDirection::kToManager)};
+      book.Add(last.packet, number, line->at);
+      continue;
+    }
+    if (line->event == LinkEvent::kManagerReset && CausesReset(last_but_one, last)) {
+      outlook.resets.insert({last_but_one.line, last.line, number});
+    }
+    if (IsEnd(line->event)) {
+      outlook.last_end = number;
+    }
+    last_but_one = last = {};
   }
-  if (!value.isObject()) {
-    Fail(name, line, "a JSON object is meant");
-  }
-  return value;
-}
-
-const Verb& FindVerb(const std::string& word, const std::string& name, int line) {
-  for (const Verb& verb : kVerbs) {
-    if (verb.name == word) {
-      return verb;
+  for (const Task& task : book.tasks()) {
+    if (task.answer == kNoPacket) {
+      outlook.unanswered.insert(task.request);
     }
   }
-  Fail(name, line, "unknown step '" + word + "'");
+  return outlook;
 }
 
-Step ReadStep(std::string text, const std::string& name, int line) {
-  Step step{line, TakeWord(text), "", "", Json::Value(Json::objectValue)};
-  const Verb& verb = FindVerb(step.verb, name, line);
-  const Takes takes = verb.takes;
-  if (takes == Takes::kKind || takes == Takes::kKindAndJson) {
-    step.kind = TakeWord(text);
-    if (step.kind.empty()) {
-      Fail(name, line, step.verb + " needs a word behind it");
+class ScenarioMaker {
+ public:
+  ScenarioMaker(std::string name, Outlook outlook, std::ostream& out)
+      : name_(std::move(name)), outlook_(std::move(outlook)), out_(out) {}
+
+  void Make(RecordingReader& reader) {
+    out_ << "# Made from a recording by orvd-sim scenario.\n";
+    while (const auto line = reader.Next()) {
+      const bool resets = !rejected_ && outlook_.resets.count(reader.line()) != 0;
+      if (line->kind == RecordedLine::Kind::kEvent) {
+        AddEvent(*line, reader.line(), resets);
+      } else if (line->direction == PacketDirection::kToService) {
+        out_ << (resets ? "silence\n" : "");
+        AddToService(line->bytes, reader.line(), resets);
+      } else if (!resets) {
+        AddFromService(line->bytes);
+      }
+    }
+    for (const int task : cut_off_) {
+      out_ << "# The recording ends before this answer. Remove the task if there is none.\n"
+           << "result {\"transac_id\":" << task << "}\n";
     }
   }
-  step.rest = text;
-  const bool takes_json = takes == Takes::kJson || (takes == Takes::kKindAndJson && !text.empty());
-  if (takes_json) {
-    step.json = ReadObject(text, name, line);
-  } else if (takes != Takes::kText && !text.empty()) {
-    Fail(name, line, "'" + text + "' is too much");
-  }
-  if (!verb.accepts(step)) {
-    Fail(name, line, step.verb + " needs " + verb.needs);
-  }
-  return step;
-}
 
-// A service can answer as long as its connection exists. So a rejection is certain only when the
-// connection has ended. After "die" a wrong answer goes to the next Manager, whose scenario does
-// not expect it.
-void CheckRejectionsCanBeSeen(const std::vector<Step>& steps, const std::string& name) {
-  const auto last = std::find_if(steps.rbegin(), steps.rend(),
-                                 [](const Step& step) { return step.verb == "rejected"; });
-  const bool seen = std::any_of(steps.rbegin(), last, [](const Step& step) {
-    return step.verb == "end-of-file" || step.verb == "die";
+ private:
+  void AddEvent(const RecordedLine& line, std::size_t number, bool resets) {
+    switch (line.event) {
+      case LinkEvent::kConnected:
+        if (open_) {
+          throw CannotRun(name_ + ":" + std::to_string(number) +
+                          ": a second connection, a scenario serves one at a time");
+        }
+        out_ << "connection\n";
+        open_ = true;
+        ending_ = false;
+        queries_.clear();
+        return;
+      case LinkEvent::kManagerAbsent:
+        return;
+      case LinkEvent::kManagerShut:
+        AwaitRejections();
+        out_ << "hang-up half\n";
+        ending_ = true;
+        return;
+      case LinkEvent::kManagerReset:
+      case LinkEvent::kManagerClosed:
+        HangUp(line.event == LinkEvent::kManagerReset, resets);
+        return;
+      case LinkEvent::kServiceShut:
+        return;
+      case LinkEvent::kServiceClosed:
+      case LinkEvent::kServiceReset:
+        EndOfService("KILL");
+        out_ << "end-of-file\n";
+        open_ = rejected_ = false;
+    }
+  }
+
+  // Time for answers that must not come.
+  void AwaitRejections() {
+    if (rejected_ && !uncompared_) {
+      out_ << "quiet 500\n";
+    }
+  }
+
+  // A rejection needs the service's end of the connection.
+  void HangUp(bool reset, bool unread) {
+    AwaitRejections();
+    out_ << (reset && !unread ? "# recorded as a reset\n" : "")
+         << (rejected_ ? "hang-up half\nend-of-file\n"
+             : unread  ? "hang-up reset\n"
+                       : "hang-up close\n");
+    open_ = rejected_ = false;
+  }
+
+  void EndOfService(const char* signal) {
+    if (!ending_) {
+      AwaitRejections();
+      out_ << "# The service ended here. Remove the signal if it does so by itself.\nsignal "
+           << signal << '\n';
+    }
+    ending_ = true;
+  }
+
+  void AddFromService(const std::string& bytes) {
+    Json::Value message = StrictObject(bytes);
+    const std::string kind = message["req_type"].isString() ? message["req_type"].asString() : "";
+    Json::Value query;
+    if (message.isObject() && message.removeMember("QueryId", &query)) {
+      queries_[kind].push_back({query, Json::Value()});
+    }
+    if (kind == "DINT") {
+      EndOfService("TERM");
+    }
+    if (kind == "exec_task" && message["transac_id"].isInt()) {
+      out_ << "result " << WriteCompact(message) << '\n';
+    } else if (IsOneLine(kind) && kind.find(' ') == std::string::npos) {
+      out_ << "expect " << kind << ' ' << WriteCompact(message) << '\n';
+    } else if (IsOneLine(bytes)) {
+      out_ << "exactly " << bytes << '\n';
+    } else {
+      out_ << "# not compared: " << HexOf(bytes) << '\n';
+      uncompared_ = true;
+    }
+  }
+
+  // Returns whether the message answers a query. A query has another number in each run, so the
+  // replies come in the order of the queries.
+  bool AddReply(Json::Value message) {
+    auto& queries = queries_[message["req_type"].asString()];
+    const auto query = std::find_if(queries.begin(), queries.end(), [&message](const Query& one) {
+      return one.number == message["QueryId"];
+    });
+    if (query == queries.end()) {
+      return false;
+    }
+    message.removeMember("QueryId");
+    query->reply = message;
+    for (; !queries.empty() && !queries.front().reply.isNull(); queries.pop_front()) {
+      out_ << "reply " << message["req_type"].asString() << ' '
+           << WriteCompact(queries.front().reply) << '\n';
+    }
+    return true;
+  }
+
+  void AddToService(const std::string& bytes, std::size_t line, bool resets) {
+    const Json::Value message = StrictObject(bytes);
+    if (message.empty()) {
+      out_ << "raw " << (bytes.empty() ? "\"\"" : HexOf(bytes)) << '\n';
+      return;
+    }
+    if (message["req_type"].isString() && AddReply(message)) {
+      return;
+    }
+    const bool is_task = !resets && message["req_type"] == "exec_task" &&
+                         message["transac_id"].isInt() && message["transac_id"] != -1;
+    out_ << (is_task ? "task " : "send ") << WriteCompact(message) << '\n';
+    if (!is_task || outlook_.unanswered.count(line) == 0) {
+      return;
+    }
+    if (line > outlook_.last_end) {
+      cut_off_.push_back(message["transac_id"].asInt());
+      return;
+    }
+    out_ << "rejected " << message["transac_id"].asInt() << '\n';
+    rejected_ = true;
+  }
+
+  struct Query {
+    Json::Value number;
+    Json::Value reply;  // null: not yet
+  };
+
+  const std::string name_;
+  const Outlook outlook_;
+  std::ostream& out_;
+  std::map<std::string, std::deque<Query>> queries_;  // by kind, without a reply so far
+  std::vector<int> cut_off_;                          // tasks without an answer or an end
+  bool uncompared_ = false;
+  bool open_ = false;
+  bool ending_ = false;    // the service has got a reason to close
+  bool rejected_ = false;  // a step needs an end of the connection later on
+};
+
+int MakeScenario(const std::string& recording, const std::string& output) {
+  RecordingFile first(recording);
+  Outlook outlook = LookAhead(first.reader());
+  RecordingFile second(recording, false);
+  WriteTo(output, recording, [&](std::ostream& out) {
+    ScenarioMaker(recording, std::move(outlook), out).Make(second.reader());
   });
-  if (last != steps.rend() && !seen) {
-    Fail(name, last->line, "rejected needs an end-of-file or die later on");
-  }
+  return kAsExpected;
 }
 
 }  // namespace
 
-std::optional<int> ReadInteger(const std::string& text) {
-  int number = 0;
-  const char* end = text.data() + text.size();
-  const auto [stopped, error] = std::from_chars(text.data(), end, number);
-  return error == std::errc() && stopped == end ? std::optional<int>(number) : std::nullopt;
-}
-
-std::optional<int> SignalNumber(const std::string& name) {
-  const std::map<std::string, int> signals{
-      {"TERM", SIGTERM}, {"INT", SIGINT}, {"HUP", SIGHUP}, {"KILL", SIGKILL}};
-  const auto found = signals.find(name);
-  return found == signals.end() ? std::nullopt : std::optional<int>(found->second);
-}
-
-const char* const kScenarioHelp =
-    R"(A scenario is a text file, one step a line. A line that begins with a blank continues the one before;
-"#" begins a comment line. JSON in an expectation names the members that matter; others may be there.
-What is waited for must come within 10 seconds, the service itself included.
-
-  answer INIT {"service_id":7}      answer every such request with these members; "opcode" and "QueryId" are
-  answer AUTH {"result":0}            taken over from the request
-  answer REDY {"result":0}
-  answer KIND                       answer no such request any more
-  expect KIND [{...}]               wait for the next message of this kind, or for this plain text (EXIT)
-  exactly TEXT                      wait for the next message, of any kind, and compare all of it
-  send {...}                        send a message
-  task {"transac_id":1,...}         send "exec_task"
-  result {"transac_id":1,...}       wait for the answer of this task, in whatever order answers come
-  rejected TRANSAC_ID               this task is never answered; needs an end-of-file or die later on
-  signal TERM                       send a signal (TERM, INT, HUP, KILL) to the service process
-  end-of-file                       wait until the service has closed the connection
-  die                               remove the socket and end this process by SIGKILL; ends the scenario
-  say TEXT                          a heading in the printed conversation
-)";
-
-std::vector<Step> ReadScenario(std::istream& in, const std::string& name) {
-  std::vector<std::pair<int, std::string>> texts;
-  std::string line;
-  for (int number = 1; std::getline(in, line); ++number) {
-    const std::size_t begin = line.find_first_not_of(" \t");
-    if (begin == std::string::npos || line[begin] == '#') {
-      continue;
-    }
-    if (begin == 0) {
-      texts.emplace_back(number, line);
-    } else if (texts.empty()) {
-      Fail(name, number, "continues nothing");
-    } else {
-      texts.back().second += " " + line.substr(begin);
-    }
-  }
-  std::vector<Step> steps;
-  steps.reserve(texts.size());
-  for (auto& [number, text] : texts) {
-    steps.push_back(ReadStep(std::move(text), name, number));
-  }
-  if (steps.empty()) {
-    throw ScenarioError(name + ": no steps in it");
-  }
-  CheckRejectionsCanBeSeen(steps, name);
-  return steps;
+int RunScenario(int argc, char** argv) {
+  const CommandHelp help{"scenario", "RECORDING", kAbout, kExamples, 1, 1};
+  std::string output;
+  const auto operands = ReadCommandLine(
+      help, {{"output", "FILE", "write to FILE, not to stdout", StoreText(output)}}, argc, argv);
+  return operands ? MakeScenario(operands->front(), output) : kAsExpected;
 }
 
 }  // namespace orvd
