@@ -14,7 +14,7 @@ void Try(const orvex_func_call_info_t& info, Decode decode) {
     decode();
   } catch (const Json::Exception&) {
   }
-  TakeArgs(info.typed_queue, info.value_queue);
+  TakeArgs(info);
 }
 
 }  // namespace

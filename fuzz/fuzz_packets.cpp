@@ -4,17 +4,19 @@
 
 #include <algorithm>
 #include <future>
+#include <regex>
 #include <sstream>
 #include <vector>
 
 #include "harness.h"
+#include "orvex_simulator/messages.h"
 #include "queries/query_id.h"
 
 namespace {
 
 void OfferOther() {
-  const char* definition = "\x02{\"Orvex\":{\"opcode\":\"20\",\"subsystems\":[{\"id\":1}]}}";
-  if (_orvd_svc_register_auth(kServiceId, kOtherOpcode, definition, "t") == 0) {
+  const std::string definition = orvd::Definition(kOtherOpcode, {1});
+  if (_orvd_svc_register_auth(kServiceId, kOtherOpcode, definition.c_str(), "t") == 0) {
     _orvd_svc_ready(kServiceId, kOtherOpcode, OnState, &sends_fail, nullptr);
   }
 }
@@ -22,24 +24,20 @@ void OfferOther() {
 struct Call {
   char mark;
   void (*run)();
-  const char* answers;
+  std::string (*answers)(uint32_t query_id);
 };
 
 const Call kCallTable[] = {
     {'@', [] { orvd_permission_query(kSession, {"p"}); },
-     R"({"req_type":"PERMISSION","QueryId":@})"},
-    {'#', [] { orvd_info_query(kSession, {"i"}); }, R"({"req_type":"INFO_QUERY","QueryId":#})"},
+     [](uint32_t id) { return orvd::PermissionAnswer(id, {true}); }},
+    {'#', [] { orvd_info_query(kSession, {"i"}); },
+     [](uint32_t id) { return orvd::InfoAnswer("INFO_QUERY", id, {"SUCCESS:v"}); }},
     {'$', OfferOther,
-     R"({"req_type":"AUTH","opcode":"32","result":0})"
-     "\n"
-     R"({"req_type":"REDY","opcode":"32","result":0})"},
+     [](uint32_t) {
+       return orvd::OpcodeAnswer("AUTH", kOtherOpcode, 0) + "\n" +
+              orvd::OpcodeAnswer("REDY", kOtherOpcode, 0);
+     }},
 };
-
-void Replace(std::string& text, char mark, const std::string& by) {
-  for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at)) {
-    text.replace(at, 1, by);
-  }
-}
 
 void HandleLines(const std::string& text) {
   std::istringstream lines(text);
@@ -57,16 +55,15 @@ void TryInput(const std::string& input) {
   std::vector<std::future<void>> callers;
   for (const Call& call : kCallTable) {
     if (input.find(call.mark) < marks) {
-      const std::string id = std::to_string(orvd_client::NextQueryId() + 1);
+      const uint32_t id = orvd_client::NextQueryId() + 1;
       AwaitMessage(kCalls, [&] {
         callers.push_back(std::async(std::launch::async, [&call] {
           role = kCalls;
           call.run();
         }));
       });
-      answers.append(call.answers) += '\n';
-      Replace(text, call.mark, id);
-      Replace(answers, call.mark, id);
+      answers += call.answers(id) + "\n";
+      text = std::regex_replace(text, std::regex({'[', call.mark, ']'}), std::to_string(id));
     }
   }
   HandleLines(text);

@@ -48,7 +48,7 @@ void Count(Role sender) {
 }
 
 int OnTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
-  Touch(TakeArgs(args.typed_queue, args.value_queue));
+  Touch(TakeArgs(args));
 #ifdef ORVEX_FUZZ_PLANT
   const std::vector<char> planted(64);
   const size_t index = call->transac_id > 10 ? planted.size() : 0;

@@ -25,7 +25,7 @@ void AwaitSignal(const char* call) {
 }
 
 int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
-  const std::string queued = TakeArgs(args.typed_queue, args.value_queue);
+  const std::string queued = TakeArgs(args);
   const std::map<std::string, std::string> results{
       {"echo", R"("queued":)" + Json::valueToQuotedString(queued.c_str())},
       {"fail", "-1"},
@@ -61,5 +61,5 @@ int main() {
   AwaitSignal(R"(orvd_log_marker("boot done"))");
   orvd_log_marker("boot done");
   CALL(orvd_svc_deinit(7));
-  std::cout << user_data->events() << std::flush;
+  std::cout << Events() << std::flush;
 }

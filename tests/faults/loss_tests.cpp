@@ -1,10 +1,7 @@
-// The connection is lost at every step of a service, in every way. A row of kRows is a step; Way is
-// how the connection is lost.
+// The connection is lost in every way, while a task runs and calls of the service wait.
 
 #include <sys/socket.h>
 
-#include <array>
-#include <cerrno>
 #include <filesystem>
 #include <thread>
 
@@ -14,233 +11,157 @@
 
 namespace {
 
-using testing::Combine, testing::Range;
-
-// kGone: end of file; the Manager reads no more messages. kStillReading: end of file, but the
-// Manager still reads. kReset: the Manager closes the connection with unread packets. kRefused: end
-// of file, and connections are refused until the service has deinitialised.
-enum Way { kGone, kStillReading, kReset, kRefused };
-// Two kinds of each way. Rows with an odd index use the second kind.
-constexpr const char* kKinds[] = {"Closed", "BackLater", "EmptyPacket", "HalfClosed",
-                                  "Reset",  "Reset",     "Refused",     "Refused"};
-
-// The result of the row's call. The call runs on its own thread and may never return.
-constexpr int kNoCall = -100;
-constexpr int kNoResultYet = -101;
-std::atomic<int> result{kNoCall};
-
-std::atomic<bool> busy{false}, let_go{false};
-std::atomic<int> answers{0};  // to the row's task
-
-void Hold() {
-  busy = true;
-  Eventually([] { return let_go.load(); });
-}
+// The results of calls that run on their own threads, because they may never return.
+constexpr int kNone = -100;
+std::atomic<int> query_result{kNone}, register_result{kNone}, init_result{kNone};
+std::atomic<bool> task_runs{false}, let_go{false};
 
 int RunTask(_orvex_call_info_t* /*call*/, orvex_func_call_info_t /*args*/) {
-  Hold();
+  task_runs = true;
+  Eventually([] { return let_go.load(); });
   return 0;
 }
 
-// The calls of the service.
-constexpr auto kRegister = [] { return ServiceTest::Register(0x10, {1}); };
-constexpr auto kReady = [] { return kRegister() + ServiceTest::Ready(0x10, RunTask); };
-constexpr auto kAnswer = [] { return let_go = true, kNoCall; };
-constexpr auto kQuery = [] { return static_cast<int>(orvd_permission_query(9, {"p"}).size()); };
-constexpr auto kDeinit = [] { return orvd_svc_deinit(kServiceId); };
-
-// The messages of the Manager, and the events that the callback receives after the loss.
-const std::string kTask = orvd::TaskMessage(9, 0x10, 1, 1);
-const std::string kNotify = R"({"req_type":"permission_change"})";
-const std::string kLost = "terminated 0x00000010::0\n";
-const std::string kEnded = kLost + "end 0x00000010::1 session 8\nend 0x00000010::1 session 9\n";
-const std::string kDisconnects = "disconnected ";  // no event: the service deinitialises
-
-// kLostBefore: the connection was lost and restored, and the service has deinitialised.
-enum Stage { kBegun, kLostBefore, kInitialised, kInSessions };
-
-struct Row {
+struct Way {
   const char* name;
-  Stage stage;
-  std::string request;
-  int (*call)();
-  // The connection is lost when the Manager receives this message; "": just before the call sends
-  // its first packet.
-  std::string lost_at;
-  std::string events;
-  // The result of the call, or "waits" when it does not return; whether the task is answered. One
-  // entry for each Way, or one for all.
-  std::array<const char*, 4> outcome;
+  void (*lose)(orvd::ManagerPeer&, int fd);  // the service is about to send on `fd`; -1: it is not
+  std::string log;                           // words of Loss()
+  // When the Manager listens: at once, after attempts to reconnect, or after the service has
+  // deinitialised.
+  enum { kAtOnce, kLater, kAfterDeinit } listens;
+  bool is_task_answered;
+  friend std::ostream& operator<<(std::ostream& out, const Way& way) { return out << way.name; }
 };
 
-const Row kRows[] = {
-    {"Connected", kBegun, "", orvd_svc_init, "", "", {"-1", "waits", "-1", "-1"}},
-    {"InitSent", kBegun, "", orvd_svc_init, "INIT", "", {"waits"}},
-    {"Initialised", kInitialised, "", nullptr, "", "", {""}},
-    {"AuthSent", kInitialised, "", kRegister, "AUTH", "", {"waits"}},
-    {"ReadySent", kInitialised, "", kReady, "REDY", kLost, {"waits"}},
-    {"SessionsOpen", kInSessions, "", nullptr, "", kEnded, {""}},
-    {"TaskRunning", kInSessions, kTask, nullptr, "", kEnded, {"answered", "answered", "", ""}},
-    {"TaskAnswering", kInSessions, kTask, kAnswer, "", kEnded, {"", "answered", "", ""}},
-    {"QueryWaiting", kInSessions, "", kQuery, "PERMISSION", kEnded, {"0"}},
-    {"Notified", kInSessions, kNotify, nullptr, "", kEnded, {""}},
-    {"Deinitialising", kInSessions, "", kDeinit, "", kDisconnects, {"0"}},
-    {"LostAgain", kLostBefore, "", orvd_svc_init, "", "", {"-1", "waits", "-1", "-1"}},
-};
+// A reset needs an unread packet.
+void Reset(orvd::ManagerPeer& peer, int fd) {
+  peer.StopReading();
+  ASSERT_TRUE(fd < 0 ? orvd_send_to_manager_raw("unread") == 0 : send(fd, "unread", 6, 0) == 6);
+  ASSERT_TRUE(peer.HangUpWithReset());
+}
+void HangUp(orvd::ManagerPeer& peer, int /*fd*/) {
+  peer.HangUp();
+}
 
-class LossTest : public ServiceTest, public testing::WithParamInterface<std::tuple<size_t, int>> {
- protected:
-  LossTest() {
-    SetDebugLevel(1);
-    peer.SetRule("exec_task", [](const std::string& answer) {
-      answers += answer.find("\"transac_id\":1,") != std::string::npos ? 1 : 0;
-      return std::nullopt;
-    });
-    recorder.SetHook(
-        [](const orvd_req_t& req) { req.type == ORVD_PERMISSION_CHANGE ? Hold() : void(); });
+const Way kWays[] = {{"Closed", HangUp, "lost connected", Way::kAtOnce, true},
+                     {"BackLater", HangUp, "lost refused connected", Way::kLater, true},
+                     {"Refused", HangUp, "lost refused", Way::kAfterDeinit, false},
+                     {"HalfClosed", [](auto& peer, int) { peer.HangUpForWriting(); },
+                      "lost connected", Way::kAtOnce, true},
+                     {"EmptyPacket", [](auto& peer, int) { peer.SendEmptyPacket(); },
+                      "lost connected", Way::kAtOnce, true},
+                     {"Reset", Reset, "reset", Way::kAtOnce, false}};
+
+struct LossTest : ServiceTest, testing::WithParamInterface<Way> {
+  // What the log says about the loss, and the events.
+  static std::string Loss() {
+    const std::string log = LogText();
+    std::string loss;
+    for (const auto& [line, word] :
+         {std::pair("Communication with manager failed (", "lost"),
+          {"in_size = -1, error 104:", "reset"},
+          {"in_size = -1, error 9:", "disconnected"},
+          {"Failed to connect to ORVEX Manager (connection failed Connection refused)", "refused"},
+          {"reconnected to manager, ", "connected"}}) {
+      const bool is_logged = log.find(line) != std::string::npos;
+      loss += is_logged ? (loss.empty() ? "" : " ") + std::string(word) : "";
+    }
+    return loss + "\n" + Events();
   }
 
-  void LoseAtTheStep() {
-    if (row_.stage != kBegun) {
-      Init();
-    }
-    if (row_.stage == kLostBefore) {
-      Offer(0x10, {1});
-      peer.HangUp();
-      ASSERT_TRUE(recorder.WaitFor("reconnected 0x00000010::0") && WaitForThreads(threads_));
-      ASSERT_EQ(kDeinit(), 0);
-    }
-    if (row_.stage == kInSessions) {
-      Offer(0x10, {1}, RunTask);
-      peer.Send(orvd::SessionMessage("start_session", 8, 0x10, {1}));
-      OpenSession(9, 0x10, 1);
-    }
-    if (!row_.request.empty()) {
-      peer.Send(row_.request);
-      ASSERT_TRUE(Eventually([] { return busy.load(); }));
-    }
-    if (row_.call == nullptr) {
-      return Lose();
-    }
-    if (row_.lost_at.empty()) {
-      OnNextPacket([this](int fd) {
-        Lose(fd);
-        EXPECT_TRUE(Eventually([this] { return !Loss().empty(); }));
-      });
-    }
-    peer.SetRule(row_.lost_at, nullptr);
-    result = kNoResultYet;
-    std::thread([call = row_.call] { result = call(); }).detach();
-    if (!row_.lost_at.empty()) {
-      ASSERT_TRUE(peer.NextOf(row_.lost_at));
-      Lose();
-    }
+  // Begins a call on a thread of its own, and waits for its message. The Manager does not answer.
+  template <typename Call>
+  void BeginCall(const char* kind, std::atomic<int>& result, Call call) {
+    peer.SetRule(kind, nullptr);
+    std::thread([&result, call] { result = static_cast<int>(call()); }).detach();
+    ASSERT_TRUE(peer.NextOf(kind));
   }
 
-  // `fd` is the descriptor of a packet that is about to be sent. -1: no packet.
   void Lose(int fd = -1) {
-    recorder.Clear();
     ClearLog();
-    ASSERT_TRUE(peer.WaitConnected());
-    if (does_not_listen_) {  // the socket file stays, as after a Manager was killed
+    if (way.listens != Way::kAtOnce) {  // the socket file stays, as after a Manager was killed
       std::filesystem::rename(kSharedPath, "/dev/socket/aside");
       peer.StopListening();
       std::filesystem::rename("/dev/socket/aside", kSharedPath);
     }
-    if (way_ == kReset) {
-      peer.StopReading();
-      ASSERT_TRUE(fd < 0 ? orvd_send_to_manager_raw("unread") == 0 : send(fd, "unread", 6, 0) == 6);
-      ASSERT_TRUE(peer.HangUpWithReset());
-    } else if (way_ == kStillReading) {
-      is_second_kind_ ? peer.HangUpForWriting() : peer.SendEmptyPacket();
-    } else {
-      peer.HangUp();
+    way.lose(peer, fd);
+  }
+  void LoseAndReturn() {
+    Lose();
+    if (way.listens == Way::kLater) {
+      EXPECT_TRUE(Eventually([] { return Loss().find("refused") != std::string::npos; }));
+      peer.Listen();
     }
-    let_go = let_go || row_.request == kNotify;
   }
 
-  static std::string Outcome() {
-    const int now = result;
-    const std::string of_call = now == kNoResultYet ? "waits" : std::to_string(now);
-    const std::string of_task = answers == 1 ? "answered" : "answered twice";
-    return (now == kNoCall ? "" : of_call) + (answers == 0 ? "" : of_task);
-  }
-
-  std::string Loss() const {
-    const std::string log = LogText();
-    std::string loss;
-    for (const auto& [line, word] : {std::pair{"Communication with manager failed (", "lost "},
-                                     {"in_size = -1, error 104:", "reset "},
-                                     {"in_size = -1, error 9:", "disconnected "},
-                                     {"reconnected to manager, ", "connected "}}) {
-      loss += log.find(line) != std::string::npos ? word : "";
-    }
-    return loss + recorder.events();
-  }
-
-  // The callback is called at the end of file and after the reconnection. A reset only ends the
-  // receive thread.
-  std::string ExpectedLoss() const {
-    const std::string back = row_.events.empty() ? "" : "reconnected 0x00000010::0\n";
-    return row_.events == kDisconnects ? kDisconnects
-           : way_ == kReset            ? "reset "
-           : way_ == kRefused          ? "lost " + row_.events
-                                       : "lost connected " + row_.events + back;
-  }
-
-  void ServeASession() {
-    peer.AgreeToEverything(kServiceId);
-    Init();
-    // A call for the first opcode may still wait, and the first session may still exist.
-    const uint32_t opcode = row_.stage == kInSessions ? 0x10 : 0x20;
-    const uint32_t session = row_.events == kDisconnects || way_ == kReset ? 10 : 9;
-    Offer(opcode, {1}, RunTask);
-    OpenSession(session, opcode, 1);
-    peer.Send(orvd::TaskMessage(session, opcode, 1, 2));
-    EXPECT_TRUE(peer.NextOf("exec_task"));
-  }
-
-  const Row& row_ = kRows[std::get<0>(GetParam())];
-  const Way way_ = static_cast<Way>(std::get<1>(GetParam()));
-  const bool is_second_kind_ = std::get<0>(GetParam()) % 2 == 1;
-  const bool does_not_listen_ = way_ == kRefused || (way_ == kGone && is_second_kind_);
-  const std::string outcome_ = row_.outcome[row_.outcome[way_] != nullptr ? way_ : 0];
-  const bool waits_ = outcome_ == "waits";
-  const bool initialises_ = row_.call == orvd_svc_init;
-  const long threads_ = Threads();
+  const Way& way = GetParam();
 };
 
 TEST_P(LossTest, IsReportedAndTheServiceWorksAgain) {
-  LoseAtTheStep();
-  EXPECT_TRUE(
-      !does_not_listen_ || row_.events == kDisconnects ||
-      WaitLogged("Failed to connect to ORVEX Manager (connection failed Connection refused)"));
-  if (way_ == kGone) {
-    peer.Listen();
-  }
-  EXPECT_TRUE(Eventually([this] { return Loss() == ExpectedLoss(); })) << Loss();
+  SetDebugLevel(1);
+  const long threads = Threads();
+  Init();
+  Offer(0x10, {1}, RunTask);
+  peer.Send(orvd::SessionMessage("start_session", 8, 0x10, {1}));
+  OpenSession(9, 0x10, 1);
+  peer.Send(orvd::TaskMessage(9, 0x10, 1, 1));
+  ASSERT_TRUE(Eventually([] { return task_runs.load(); }));
+  BeginCall("PERMISSION", query_result, [] { return orvd_permission_query(9, {"p"}).size(); });
+  BeginCall("AUTH", register_result, [] { return Register(0x20, {1}); });
+  LoseAndReturn();
+  const bool is_reset = way.log == "reset";  // only ends the receive thread
+  const bool is_back = way.log.find("connected") != std::string::npos;
+  const std::string loss =
+      way.log + "\n" +
+      (is_reset
+           ? ""
+           : "terminated 0x00000010::0\nend 0x00000010::1 session 8\nend 0x00000010::1 session "
+             "9\n") +
+      (is_back ? "reconnected 0x00000010::0\n" : "");
+  EXPECT_TRUE(Eventually([&] { return Loss() == loss; })) << Loss();
   let_go = true;
-  EXPECT_TRUE(Eventually([this] { return Outcome() == outcome_; })) << Outcome();
-  if (initialises_ && waits_) {
-    return;
-  }
-  EXPECT_EQ(kDeinit(), initialises_ || row_.events == kDisconnects ? -3 : 0);
-  EXPECT_TRUE(initialises_ || WaitForThreads(threads_ + (waits_ ? 1 : 0)));
-  EXPECT_EQ(Loss(), ExpectedLoss());
+  EXPECT_EQ(peer.NextOf("exec_task", way.is_task_answered ? orvd::kPatience : orvd::Milliseconds(0))
+                .has_value(),
+            way.is_task_answered);
+  EXPECT_TRUE(Eventually([] { return query_result == 0; }));
+  EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
+  EXPECT_TRUE(WaitForThreads(threads + 1));  // the registration waits without limit
+  EXPECT_EQ(Loss(), loss);
+
   peer.Listen();
-  if (initialises_ && way_ == kReset) {  // this call still uses the lost connection
-    EXPECT_EQ(orvd_svc_init(), -1);
-    EXPECT_TRUE(WaitForThreads(threads_));
-  }
-  ServeASession();
-  EXPECT_EQ(Outcome(), outcome_);  // unchanged
+  peer.AgreeToEverything(kServiceId);
+  Init();
+  const uint32_t session = is_reset ? 10 : 9;  // after a reset the first session still exists
+  Offer(0x10, {1}, RunTask);
+  OpenSession(session, 0x10, 1);
+  peer.Send(orvd::TaskMessage(session, 0x10, 1, 2));
+  EXPECT_THAT(peer.NextOf("exec_task").value_or("lost"), testing::HasSubstr("\"transac_id\":2,"));
+  EXPECT_EQ(register_result, kNone);
 }
 
-std::string NameOf(const testing::TestParamInfo<std::tuple<size_t, int>>& info) {
-  const auto [row, way] = info.param;
-  return std::string(kRows[row].name) + kKinds[2 * static_cast<size_t>(way) + row % 2];
+TEST_P(LossTest, InitialisationWaitsWithoutLimitAndMakesNoEvent) {
+  SetDebugLevel(1);
+  BeginCall("INIT", init_result, orvd_svc_init);
+  LoseAndReturn();
+  EXPECT_TRUE(Eventually([this] { return Loss() == way.log + "\n"; })) << Loss();
+  EXPECT_EQ(orvd_svc_deinit(kServiceId), -3);
+  EXPECT_EQ(init_result, kNone);
 }
-INSTANTIATE_TEST_SUITE_P(, LossTest, Combine(Range<size_t>(0, std::size(kRows)), Range(0, 4)),
-                         NameOf);
+
+TEST_P(LossTest, IsNotReportedWhileTheServiceDeinitialises) {
+  SetDebugLevel(1);
+  Init();
+  Offer(0x10, {1});
+  OpenSession(9, 0x10, 1);
+  OnNextPacket([this](int fd) {
+    Lose(fd);
+    EXPECT_TRUE(Eventually([] { return Loss() == "disconnected\n"; })) << Loss();
+  });
+  EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
+  EXPECT_EQ(Loss(), "disconnected\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(, LossTest, testing::ValuesIn(kWays),
+                         [](const auto& row) { return row.param.name; });
 
 }  // namespace

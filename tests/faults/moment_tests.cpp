@@ -2,16 +2,15 @@
 // session with the same id must start, become ready, run one task and end. No other session, pair
 // or event may remain.
 
-#include <android/log.h>
 #include <dlfcn.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 #include <thread>
+#include <utility>
 
+#include "support/real_function.h"
 #include "support/service_fixture.h"
 
 namespace {
@@ -19,88 +18,60 @@ namespace {
 constexpr uint32_t kOpcode = 0x10;
 constexpr uint32_t kSession = 9;
 
-// Stops the first thread that logs a line with a given part (the place). With `locks` > 0, stops it
-// when the library locks that many mutexes after the place.
-class Gate {
- public:
-  void Await(const std::string& place, int locks) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    place_ = place;
-    locks_ = locks;
-    thread_ = 0;
-    state_ = State::kAwaiting;
-  }
-  void Pass(const std::string& text) {
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      const bool is_there = text.find(place_) != std::string::npos;
-      if (IsCounting() && (is_there || text == "Waiting for recv from server")) {
-        Miss();
-      } else if (is_there && state_ == State::kAwaiting && thread_ == 0) {
-        thread_ = gettid();
-        counter.locks_left = locks_ + 1;
-      } else {
-        return;
-      }
-    }
-    PassLock();
-  }
-  void PassLock() {
-    if (counter.locks_left > 0 && --counter.locks_left == 0) {
-      counter.locks_left = -1;
-      state_ = State::kHolding;
-      Eventually([this] { return state_ == State::kOpen; });
+// Stops one thread: the first that logs a line with a given part (the place). It stops when the
+// library has locked a given number of mutexes after the place.
+enum State { kOpen, kAwaiting, kCounting, kHolding, kMissed };
+std::atomic<State> gate{kOpen};
+std::atomic<int> locks_to_pass{0};
+
+// How many locks this thread passes before it stops. -1: it does not stop.
+struct LocksLeft {
+  int number = -1;
+  ~LocksLeft() { Miss(); }
+  void Pass() {
+    if (number >= 0 && number-- == 0) {
+      gate = kHolding;
+      Eventually([] { return gate == kOpen; });
     }
   }
-  // Whether this thread has passed the place and is not stopped yet.
-  static bool IsCounting() { return counter.locks_left >= 0; }
-  // Waits for the outcome. Returns false when the thread locks fewer mutexes after the place.
-  bool IsReached() const {
-    EXPECT_TRUE(Eventually([this] { return state_ != State::kAwaiting; }));
-    return state_ == State::kHolding;
-  }
-  void Open() { state_ = State::kOpen; }
-
- private:
-  enum class State { kAwaiting, kHolding, kMissed, kOpen };
-  struct Counter {
-    int locks_left = -1;
-    ~Counter();
-  };
-  static thread_local Counter counter;
-
   void Miss() {
-    counter.locks_left = -1;
-    state_ = State::kMissed;
+    if (std::exchange(number, -1) >= 0) {
+      gate = kMissed;
+    }
   }
-
-  std::mutex mutex_;
-  std::string place_;
-  int locks_ = 0;
-  std::atomic<pid_t> thread_{0};
-  std::atomic<State> state_{State::kOpen};
 };
-thread_local Gate::Counter Gate::counter;
-Gate& gate = *new Gate;
+thread_local LocksLeft locks_left;
 
-Gate::Counter::~Counter() {
-  if (locks_left >= 0) {
-    gate.Miss();
-  }
+void StopAt(const std::string& place) {
+  SetLogHook([place](const std::string& line) {
+    const bool is_there = line.find(place) != std::string::npos;
+    if (is_there || line == "Waiting for recv from server") {
+      locks_left.Miss();
+    }
+    State awaiting = kAwaiting;
+    if (is_there && gate.compare_exchange_strong(awaiting, kCounting)) {
+      locks_left.number = locks_to_pass;
+      locks_left.Pass();
+    }
+  });
 }
-
-// Adds a line to the log. The log's hook can stop the thread there.
-void Note(const std::string& event) {
-  __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", event.c_str());
+void AwaitThread(int locks) {
+  locks_to_pass = locks;
+  gate = kAwaiting;
+}
+// Returns false when the thread locks fewer mutexes after the place.
+bool IsStopped() {
+  EXPECT_TRUE(Eventually([] { return gate == kHolding || gate == kMissed; }));
+  return gate == kHolding;
 }
 
 int OnEvent(int /*service_id*/, orvd_req_t* req, void* /*user_data*/) {
-  Note("event " + std::to_string(req->type));
+  AddToLog("event " + std::to_string(req->type));
   return 0;
 }
 
 int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t /*args*/) {
-  Note("task runs");
+  AddToLog("task runs");
   call->result = "\"done\":1";
   return 0;
 }
@@ -113,7 +84,7 @@ int RegisterAs(int id, uint32_t opcode) {
                                  orvd::Definition(opcode, {1, 2, 3, 4, 5}).c_str(), "t");
 }
 int ReadyAs(int id, uint32_t opcode) {
-  Note("readiness begins");
+  AddToLog("readiness begins");
   return _orvd_svc_ready(static_cast<uint32_t>(id), opcode, OnEvent, nullptr, RunTask);
 }
 
@@ -173,27 +144,22 @@ const Moment kMoments[] = {
 };
 const std::string kActions[] = {"Deinit", "InitAgain", "Ready", "Register", "Loss"};
 
-class StoppedThreadTest : public ServiceTest {
- public:
+struct StoppedThreadTest : ServiceTest {
   StoppedThreadTest() {
     SetDebugLevel(4);
-    SetLogHook([](const std::string& line) { gate.Pass(line); });
-    peer.SetRule("INIT", [](const std::string& /*request*/) {
-      return R"({"req_type":"INIT","service_id":)" + std::to_string(++next_id) + "}";
-    });
+    peer.SetRule("INIT",
+                 [](const std::string& /*request*/) { return orvd::InitAnswer(++next_id); });
   }
   ~StoppedThreadTest() override {
     SetLogHook(nullptr);
     Deinit();
   }
-
- protected:
-  int Deinit() const { return orvd_svc_deinit(static_cast<unsigned>(id_)); }
+  int Deinit() const { return orvd_svc_deinit(static_cast<unsigned>(id)); }
 
   void InitAndOffer() {
     Deinit();
-    ASSERT_TRUE(Eventually([this] { return (id_ = orvd_svc_init()) >= 0; }));
-    ASSERT_EQ(RegisterAs(id_, kOpcode) + ReadyAs(id_, kOpcode), 0);
+    ASSERT_TRUE(Eventually([this] { return (id = orvd_svc_init()) >= 0; }));
+    ASSERT_EQ(RegisterAs(id, kOpcode) + ReadyAs(id, kOpcode), 0);
     peer.SkipAll();
   }
   // `survives`: the old session still exists, because its connection was not lost. The Manager ends
@@ -207,80 +173,70 @@ class StoppedThreadTest : public ServiceTest {
     EXPECT_THAT(Next("start_session"), testing::HasSubstr("Success"));
     peer.Send(orvd::SessionMessage("ready_session", kSession, kOpcode, {1}));
   }
-  std::string Next(const std::string& kind, orvd::Milliseconds limit = orvd::kPatience);
-  void UseAndEnd();
+  // Returns the next message of this kind. Skips the answer to the trigger's task.
+  std::string Next(const std::string& kind, orvd::Milliseconds limit = orvd::kPatience) {
+    const std::string message = peer.NextOf(kind, limit).value_or("none");
+    return message.find(R"("transac_id":1,)") != std::string::npos ? Next(kind, limit) : message;
+  }
+  void UseAndEnd() {
+    peer.Send(orvd::TaskMessage(kSession, kOpcode, 1, 2));
+    EXPECT_THAT(Next("exec_task"), testing::HasSubstr(R"("transac_id":2,)"));
+    peer.Send(kNotification);
+    peer.Send(kEnd);
+    EXPECT_THAT(Next("end_session"), testing::HasSubstr("Success"));
+    EXPECT_EQ(Next("exec_task", orvd::Milliseconds(0)), "none");
+    std::string events;
+    for (const LogLine& line : Log()) {
+      events += line.text.rfind("event ", 0) == 0 && line.text[6] > '1' ? line.text.substr(6) : "";
+    }
+    // Four pairs start, one becomes ready, the ready opcode gets one notification, four pairs end.
+    EXPECT_EQ(events.substr(std::min(events.size(), events.rfind("2222"))), "2222643333");
+  }
 
-  std::atomic<int> id_{-1};
+  std::atomic<int> id{-1};
 };
 
-class MomentTest : public StoppedThreadTest,
-                   public testing::WithParamInterface<std::tuple<Moment, std::string>> {
- protected:
-  void Do(const std::string& what, int id, uint32_t opcode);
+struct MomentTest : StoppedThreadTest,
+                    testing::WithParamInterface<std::tuple<Moment, std::string>> {
+  void Do(const std::string& what, int its_id, uint32_t its_opcode) {
+    if (what == "Loss" || what == "Away") {
+      what == "Away" ? peer.StopListening() : void();
+      peer.HangUp();
+    } else if (what == "Ready" || what == "Register") {
+      (what == "Ready" ? ReadyAs : RegisterAs)(its_id, its_opcode);
+    } else if (what == "Deinit") {
+      Deinit();
+    } else {
+      peer.Send(what);
+    }
+  }
   bool TryAt(int locks);
 
   // For the calls of one attempt. The next attempt has other opcodes, because a call may still
   // wait.
-  uint32_t opcode_ = 0x1000;
+  uint32_t opcode = 0x1000;
 };
-
-void MomentTest::Do(const std::string& what, int id, uint32_t opcode) {
-  if (what == "Loss" || what == "Away") {
-    what == "Away" ? peer.StopListening() : void();
-    peer.HangUp();
-  } else if (what == "Ready" || what == "Register") {
-    (what == "Ready" ? ReadyAs : RegisterAs)(id, opcode);
-  } else if (what == "Deinit") {
-    Deinit();
-  } else {
-    peer.Send(what);
-  }
-}
-
-// Returns the next message of this kind. Skips the answer to the trigger's task.
-std::string StoppedThreadTest::Next(const std::string& kind, orvd::Milliseconds limit) {
-  auto message = peer.NextOf(kind, limit);
-  if (message && message->find(R"("transac_id":1,)") != std::string::npos) {
-    message = peer.NextOf(kind, limit);
-  }
-  return message.value_or("none");
-}
-
-void StoppedThreadTest::UseAndEnd() {
-  peer.Send(orvd::TaskMessage(kSession, kOpcode, 1, 2));
-  EXPECT_THAT(Next("exec_task"), testing::HasSubstr(R"("transac_id":2,)"));
-  peer.Send(kNotification);
-  peer.Send(kEnd);
-  EXPECT_THAT(Next("end_session"), testing::HasSubstr("Success"));
-  EXPECT_EQ(Next("exec_task", orvd::Milliseconds(0)), "none");
-  std::string events;
-  for (const LogLine& line : Log()) {
-    events += line.text.rfind("event ", 0) == 0 && line.text[6] > '1' ? line.text.substr(6) : "";
-  }
-  // Four pairs start, one becomes ready, the ready opcode gets one notification, four pairs end.
-  EXPECT_EQ(events.substr(std::min(events.size(), events.rfind("2222"))), "2222643333");
-}
 
 // Returns false when the moment has no such lock.
 bool MomentTest::TryAt(int locks) {
   const auto& [moment, action] = GetParam();
-  const auto begin = [this](const std::string& what, uint32_t opcode) {
-    return Begin([this, what, id = id_.load(), opcode] { Do(what, id, opcode); });
+  const auto begin = [this](const std::string& what, uint32_t its_opcode) {
+    return Begin([this, what, its_id = id.load(), its_opcode] { Do(what, its_id, its_opcode); });
   };
   const bool lost = moment.trigger == "Loss" || moment.trigger == "Away" || action == "Loss";
   const bool again = action == "InitAgain";
   InitAndOffer();
   Open(false);
   Settle();
-  gate.Await(moment.place, locks);
-  const Finished triggered = begin(moment.trigger, opcode_);
-  const bool reached = gate.IsReached();
+  AwaitThread(locks);
+  const Finished triggered = begin(moment.trigger, opcode);
+  const bool reached = IsStopped();
   peer.Listen();
   Finished acted;
   if (reached) {
-    acted = again ? Begin([&] { InitAndOffer(), Open(!lost); }) : begin(action, opcode_ + 1);
+    acted = again ? Begin([&] { InitAndOffer(), Open(!lost); }) : begin(action, opcode + 1);
   }
-  gate.Open();
+  gate = kOpen;
   WaitAWhile([&] { return triggered->load(); });
   if (reached && action != "Ready" && action != "Register") {
     EXPECT_TRUE(Eventually([&] { return acted->load(); }));
@@ -290,20 +246,21 @@ bool MomentTest::TryAt(int locks) {
     Open(!lost || !reached);
   }
   UseAndEnd();
-  for (const uint32_t opcode : {opcode_, opcode_ + 1}) {
-    EXPECT_FALSE(is_service_supported(opcode, 1) || is_service_supported(opcode, 2));
+  for (const int attempt : {0, 1}) {
+    EXPECT_FALSE(is_service_supported(opcode, 1) || is_service_supported(opcode, 2)) << attempt;
+    ++opcode;
   }
-  opcode_ += 2;
   return reached;
 }
 
 TEST_P(MomentTest, NextSessionWorksAndNothingElseRemains) {
-  const int first = std::get<0>(GetParam()).first_lock;
-  int locks = first;
+  const Moment& moment = std::get<0>(GetParam());
+  StopAt(moment.place);
+  int locks = moment.first_lock;
   while (TryAt(locks) && !HasFailure()) {
     ++locks;
   }
-  EXPECT_GT(locks, first) << "failed after " << locks << " locks";
+  EXPECT_GT(locks, moment.first_lock) << "failed after " << locks << " locks";
 }
 
 INSTANTIATE_TEST_SUITE_P(, MomentTest,
@@ -315,6 +272,7 @@ INSTANTIATE_TEST_SUITE_P(, MomentTest,
 // A connection is lost directly after a reconnection, and the next initialisation takes it over.
 // Its receive thread reconnects again before INIT is sent.
 TEST_F(StoppedThreadTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
+  StopAt("ORVEX service init");
   bool reached = true;
   for (int locks = 0; reached; ++locks) {
     SCOPED_TRACE(locks);
@@ -326,11 +284,11 @@ TEST_F(StoppedThreadTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
     peer.HangUp();
     Deinit();
     ClearLog();
-    gate.Await("ORVEX service init", locks);
-    const Finished init = Begin([this] { id_ = orvd_svc_init(); });
-    reached = gate.IsReached();
+    AwaitThread(locks);
+    const Finished init = Begin([this] { id = orvd_svc_init(); });
+    reached = IsStopped();
     WaitAWhile(HasReconnected);
-    gate.Open();
+    gate = kOpen;
     ASSERT_TRUE(Eventually([&] { return init->load(); }));
     InitAndOffer();
     Open(false);
@@ -339,26 +297,26 @@ TEST_F(StoppedThreadTest, InitialisationReturnsWhenItsConnectionIsLostAtOnce) {
 }
 
 TEST_F(StoppedThreadTest, DescriptorOfALostConnectionIsClosedBeforeTheCallback) {
+  StopAt("event 1");
   InitAndOffer();
   peer.SetRule("AUTH", nullptr);
-  Begin([this] { RegisterAs(id_, kOpcode); });  // waits without limit
+  Begin([this] { RegisterAs(id, kOpcode); });  // waits without limit
   const long before = CountEntries("/proc/self/fd");
-  gate.Await("event 1", 0);
+  AwaitThread(0);
   peer.HangUp();
-  ASSERT_TRUE(gate.IsReached() && peer.WaitConnected());
+  ASSERT_TRUE(IsStopped() && peer.WaitConnected());
   EXPECT_EQ(CountEntries("/proc/self/fd"), before);
-  gate.Open();
+  gate = kOpen;
 }
 
 }  // namespace
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next =
-      reinterpret_cast<int (*)(pthread_mutex_t*)>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+  static auto* const next = RealFunction(&pthread_mutex_lock, "pthread_mutex_lock");
   Dl_info caller{};
-  if (Gate::IsCounting() && dladdr(__builtin_return_address(0), &caller) != 0 &&
+  if (locks_left.number >= 0 && dladdr(__builtin_return_address(0), &caller) != 0 &&
       strstr(caller.dli_fname, "liborvex2_0") != nullptr) {
-    gate.PassLock();
+    locks_left.Pass();
   }
   return next(mutex);
 }

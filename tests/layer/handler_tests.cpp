@@ -3,6 +3,7 @@
 #include <regex>
 
 #include "layer/hub_test.h"
+#include "support/taken_args.h"
 
 namespace {
 
@@ -21,10 +22,12 @@ void OfferType(orvex::Api& api, const string& function) {
   });
 }
 
-string Fill(string text, const string& type, const string& value) {
-  text = std::regex_replace(text, std::regex("TYPE"), type);
-  text = std::regex_replace(text, std::regex("VALUE"), value);
-  return std::regex_replace(text, std::regex("OTHER"), type == "string" ? "bnry_blb" : "string");
+string Replaced(const string& text, const char* what, const string& by) {
+  return std::regex_replace(text, std::regex(what), by);
+}
+string Fill(const string& text, const string& type, const string& value) {
+  const string filled = Replaced(Replaced(text, "TYPE", type), "VALUE", value);
+  return Replaced(filled, "OTHER", type == "string" ? "bnry_blb" : "string");
 }
 
 TEST_F(HubTest, EachTypePresentMissingAndOfAnotherType) {
@@ -44,13 +47,17 @@ TEST_F(HubTest, EachTypePresentMissingAndOfAnotherType) {
       {OfferType<Small>, "enum", "1"},
       {OfferType<Signed>, "enum", "-2"},
       {OfferType<orvex::Blob>, "bnry_blb", R"("QUJD==")"}};
-  const std::pair<const char*, const char*> rows[] = {
-      {"1:TYPE=VALUE 2:TYPE[]=[VALUE,VALUE]", R"({"list":[VALUE,VALUE],"value":VALUE})"},
-      {"2:TYPE[]=[VALUE]", "-1: argument 1: expected TYPE, missing"},
-      {"1:TYPE=VALUE", "-1: argument 2: expected vector of TYPE, missing"},
-      {"1:OTHER=\"x\"", "-1: argument 1: expected TYPE, given OTHER"},
-      {"1:TYPE[]=[VALUE]", "-1: argument 1: expected TYPE, given vector of TYPE"},
-      {"1:TYPE=VALUE 2:TYPE=VALUE", "-1: argument 2: expected vector of TYPE, given TYPE"}};
+  const string one = R"({"id":1,"type":"TYPE","value":VALUE})";
+  const string list = R"({"id":2,"type":"vector","vec_type":"TYPE","value":[VALUE,VALUE]})";
+  const std::pair<string, const char*> rows[] = {
+      {one + " " + list, R"({"list":[VALUE,VALUE],"value":VALUE})"},
+      {list, "-1: argument 1: expected TYPE, missing"},
+      {one, "-1: argument 2: expected vector of TYPE, missing"},
+      {R"({"id":1,"type":"OTHER","value":"x"})", "-1: argument 1: expected TYPE, given OTHER"},
+      {R"({"id":1,"type":"vector","vec_type":"TYPE","value":[]})",
+       "-1: argument 1: expected TYPE, given vector of TYPE"},
+      {one + R"( {"id":2,"type":"TYPE","value":VALUE})",
+       "-1: argument 2: expected vector of TYPE, given TYPE"}};
   Make();
   for (const auto& [offer, type, value] : types) {
     offer(*api, type + value);
@@ -60,8 +67,9 @@ TEST_F(HubTest, EachTypePresentMissingAndOfAnotherType) {
     for (const auto& row : rows) {
       const string args = Fill(row.first, type, value), answer = Fill(row.second, type, value);
       EXPECT_EQ(Call(type + value, args), answer);
-      EXPECT_EQ(Call(type + value, "struct(" + args + ")"),
-                std::regex_replace(answer, std::regex("argument (.)"), "member $1 of struct 0"));
+      EXPECT_EQ(
+          Call(type + value, R"({"type":"struct","members":[)" + Replaced(args, " ", ",") + "]}"),
+          Replaced(answer, "argument (.)", "member $1 of struct 0"));
     }
   }
 }
@@ -78,24 +86,11 @@ struct Functor {
   }
 };
 
-string List(const Arguments& args) {
-  string text;
-  args.ForEach([&text](int key, const auto& value, orvex_data_type_t type) {
-    text += std::to_string(key) + " is " + std::to_string(type) + ": ";
-    if constexpr (std::is_same_v<decltype(value), const Arguments&>) {
-      value.ForEach([&text](int member, const auto&) { text += std::to_string(member) + ", "; });
-    } else {
-      text += Object{{"", value}}.Members().substr(3) + ", ";
-    }
-  });
-  return text;
-}
-
 TEST_F(HubTest, EachTaskIsAnsweredAndEachFailureIsOneLine) {
   Make();
   api->On("function", Sum).On("functor", Functor()).On("nothing", [](int8_t) {});
   api->On("move-only", [n = std::make_unique<int>()]() mutable { return Object{{"n", ++*n}}; });
-  api->On("list", [](const Arguments& all) { return Object{{"all", List(all)}}; });
+  api->On("list", [](const Arguments& all) { return Object{{"all", TextOf(all)}}; });
   api->On("optionals", [](optional<int8_t> a, const optional<vector<Small>>& b) {
     return Object{{"a", a}, {"b", b}};
   });
@@ -118,29 +113,30 @@ TEST_F(HubTest, EachTaskIsAnsweredAndEachFailureIsOneLine) {
   api->On("long", [](uint32_t size) { return Object{{"", string(size, 'x')}}; });
   Start();
   const char* const rows[][3] = {
-      {"function", "1:int8=1 2:int8=2 3:int8=3", R"({"sum":3})"},
-      {"functor", "1:int8=5 2:int8=6",
+      {"function", "i8:1 i8:2 i8:3", R"({"sum":3})"},
+      {"functor", "i8:5 i8:6",
        R"({"a":5,"b":6,"function":"functor","ids":[9,40961,1],"n":2,"size":2,"transaction":1})"},
-      {"nothing", "1:int8=1", "{}"},
+      {"nothing", "i8:1", "{}"},
       {"move-only", "", R"({"n":1})"},
-      {"list", R"(struct(7:bnry_blb="Q" -1:enum=4) 3:int8=5 -9:boolean[]=[true])",
-       R"({"all":"-9 is 27: [true], 0 is 16: -1, 7, 3 is 5: 5, "})"},
+      {"list", R"(struct:["@7=blob:Q","@-1=enum:4"] @3=i8:5 @-9=bool[]:true)",
+       R"({"all":"-9:27=[true] 0:16={-1:12=4 7:13=\"Q\"} 3:5=5"})"},
       {"list", "", R"({"all":""})"},
       {"optionals", "", R"({"a":null,"b":null})"},
-      {"optionals", "1:int8=0 2:enum[]=[2]", R"({"a":0,"b":[2]})"},
-      {"optionals", "1:uint8=0", "-1: argument 1: expected int8, given uint8"},
-      {"structs", "struct(1:int8=5) struct() 4:int8=7", R"({"a":5,"b":0,"c":false,"d":7})"},
-      {"structs", "struct(1:int8=5) struct() struct()", R"({"a":5,"b":0,"c":true,"d":null})"},
-      {"structs", "struct() 4:int8=7", "-1: argument 1: expected struct, missing"},
-      {"structs", "struct() 1:int8=5", "-1: argument 1: expected struct, given int8"},
-      {"keys", "struct(1:int8=5) 7:int8=1 -1:int8=1", R"({"a":1,"b":5,"c":false})"},
-      {"fallback", "1:int8=0", R"({"has":true,"or":1})"},
-      {"fallback", "1:enum=0", R"({"has":true,"or":0})"},
-      {"fallback", "1:enum=256", R"({"has":true,"or":1})"},
-      {"enums", "1:enum=256", "-1: argument 1: the number does not fit into the enumeration"},
-      {"enums", "2:enum[]=[-1,1]", "-1: argument 2: the number does not fit into the enumeration"},
-      {"enums", "3:enum=-1", "-1: argument 3: the number does not fit into the enumeration"},
-      {"not copied", R"(1:string="t" 2:double[]=[1])", R"({"a":true,"b":true})"},
+      {"optionals", "i8:0 enum[]:2", R"({"a":0,"b":[2]})"},
+      {"optionals", "u8:0", "-1: argument 1: expected int8, given uint8"},
+      {"structs", R"(struct:["@1=i8:5"] struct:[] @4=i8:7)", R"({"a":5,"b":0,"c":false,"d":7})"},
+      {"structs", R"(struct:["@1=i8:5"] struct:[] struct:[])",
+       R"({"a":5,"b":0,"c":true,"d":null})"},
+      {"structs", "struct:[] @4=i8:7", "-1: argument 1: expected struct, missing"},
+      {"structs", "struct:[] @1=i8:5", "-1: argument 1: expected struct, given int8"},
+      {"keys", R"(struct:["@1=i8:5"] @7=i8:1 @-1=i8:1)", R"({"a":1,"b":5,"c":false})"},
+      {"fallback", "i8:0", R"({"has":true,"or":1})"},
+      {"fallback", "enum:0", R"({"has":true,"or":0})"},
+      {"fallback", "enum:256", R"({"has":true,"or":1})"},
+      {"enums", "enum:256", "-1: argument 1: the number does not fit into the enumeration"},
+      {"enums", "@2=enum[]:-1,1", "-1: argument 2: the number does not fit into the enumeration"},
+      {"enums", "@3=enum:-1", "-1: argument 3: the number does not fit into the enumeration"},
+      {"not copied", "str:t f64[]:1", R"({"a":true,"b":true})"},
       {"fail", "", "17: on purpose"},
       {"throw", "", "-1: at random"},
       {"throw number", "", "-1: the handler threw an exception of an unknown type"},
@@ -150,15 +146,15 @@ TEST_F(HubTest, EachTaskIsAnsweredAndEachFailureIsOneLine) {
   }
   SendTask("no\"ne");
   EXPECT_THAT(NextAnswer(), HasSubstr(R"("opcode":"0x0000a001","name":"no\"ne","subsys_id":"1")"));
-  SendTask("function", "1:int8=1 2:int8=2", -1);
+  SendTask("function", "i8:1 i8:2", -1);
   EXPECT_EQ(peer.NextOf("").value_or(""), R"({"req_type":"", "Result":"\"sum\":3"})");
   SendTask("fail", "", -1);
   EXPECT_EQ(peer.NextOf("").value_or(""), R"({"req_type":"", "Result":"-1"})");
 
   const size_t largest = orvex::detail::LargestPacket();
   const string size = std::to_string(largest), fits = std::to_string(largest - 300);
-  EXPECT_EQ(Call("long", "1:uint32=" + fits), R"({"":")" + string(largest - 300, 'x') + "\"}");
-  EXPECT_THAT(Call("long", "1:uint32=" + size), HasSubstr("bytes, a packet takes " + size));
+  EXPECT_EQ(Call("long", "u32:" + fits), R"({"":")" + string(largest - 300, 'x') + "\"}");
+  EXPECT_THAT(Call("long", "u32:" + size), HasSubstr("bytes, a packet takes " + size));
   EXPECT_EQ(Call(string(largest, 'n')), "-1: there is no such function");  // nor does the name fit
 }
 
@@ -172,7 +168,7 @@ TEST_F(HubTest, FreeStructMembersFreesOnce) {
     return 0;
   });
   OpenSession(9, kOpcode, 1);
-  SendTask("f", R"(struct(1:string="a") struct(1:int8[]=[1,2]) 2:int8=1)");
+  SendTask("f", R"(struct:["str:a"] struct:["i8[]:1,2"] @2=i8:1)");
   EXPECT_THAT(NextAnswer(), HasSubstr("exec_task"));
   orvd_svc_deinit(kServiceId);
 }

@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <json/writer.h>
 #include <orvex/service.h>
 
 #include <atomic>
@@ -15,10 +14,10 @@
 #include <sstream>
 #include <string>
 
-#include "orvex_simulator/json_text.h"
 #include "link/send.h"
+#include "orvex_simulator/json_text.h"
+#include "support/args_of.h"
 #include "support/frozen_clock.h"
-#include "support/json_args.h"
 #include "support/service_fixture.h"
 
 inline constexpr uint32_t kOpcode = 0xa001;
@@ -65,14 +64,10 @@ class HubTest : public ServiceTest {
       api->On("count", [](orvex::Call& call) {
         return orvex::Object{{"n", ++call.State<State>()->value}};
       });
-      api->On("needs", [](orvex::Call& call, const std::string& permission) {
-        const std::size_t plus = permission.find('+');
-        if (plus == std::string::npos) {
-          return orvex::Object{{"granted", call.Granted(permission)}};
-        }
-        std::string second = permission.substr(plus + 1);
-        second = second == "large" ? std::string(300000, 'x') : second;
-        return orvex::Object{{"granted", call.Granted({permission.substr(0, plus), second})}};
+      api->On("needs", [](orvex::Call& call, const std::string& permission,
+                          const std::optional<std::string>& second) {
+        return orvex::Object{
+            {"granted", second ? call.Granted({permission, *second}) : call.Granted(permission)}};
       });
       api->OnSessionReady([this](orvex::Session& session) { HearPair("ready", session); });
       api->OnSessionStart([this](orvex::Session& session) {
@@ -129,14 +124,10 @@ class HubTest : public ServiceTest {
     return Eventually([&] { return (heard += Heard()) == events; });
   }
 
-  // `args` is what JsonArgs takes.
+  // `args` is what ArgsOf takes.
   void SendTask(const std::string& function, const std::string& args = "", int transaction = 1,
                 uint32_t session = 9) {
-    Json::Value func = orvd::ParseObject("{\"args\":" + JsonArgs(args) + "}");
-    func["name"] = function;
-    func["num_of_args"] = func["args"].size();
-    peer.Send(orvd::TaskMessage(session, kOpcode, 1, transaction,
-                                ",\"func\":" + orvd::WriteCompact(func)));
+    peer.Send(orvd::TaskMessage(session, kOpcode, 1, transaction, function, ArgsOf(args)));
   }
   std::string NextAnswer() { return peer.NextOf("exec_task").value_or("no answer"); }
   // The object that the function answers. For a failure: its code, and the reason in the log.
@@ -202,7 +193,7 @@ class HubTest : public ServiceTest {
   // What a task answers that needs a permission, and how often the Manager was asked.
   std::string Ask(const std::string& permission, uint32_t session = 9) {
     queries = 0;
-    const std::string answer = Call("needs", "1:string=\"" + permission + '"', session);
+    const std::string answer = Call("needs", "str:" + permission, session);
     return answer + " asked " + std::to_string(queries);
   }
   // The Manager answers this kind of query with this member.

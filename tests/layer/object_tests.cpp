@@ -4,8 +4,8 @@
 #include <cmath>
 #include <set>
 
-#include "orvex_simulator/json_text.h"
 #include "orvex/object.h"
+#include "orvex_simulator/json_text.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 namespace {
 
 using orvd::ManagerPeer;
-using testing::Contains, testing::FieldsAre, testing::HasSubstr, testing::Not;
+using testing::Contains, testing::ElementsAre, testing::FieldsAre, testing::HasSubstr, testing::Not;
 using namespace std::string_literals;  // NOLINT(google-build-using-namespace)
 
 constexpr int kRefused = -5;
@@ -32,42 +32,84 @@ constexpr const char* kPaths[][6] = {
     {"eng", "", "plix_foobar", "true", "abcdefoo", "dedicated INIT mark DINT EXIT"},
 };
 
-const Script kScripts[] = {
-    {4, "Levels", "", "",
-     "level 3;=init;=init;=deinit 5;=deinit 7;=deinit 7;=init;level 0;=deinit 7;=init;=init;level 4;=deinit 7;=init",
-     R"(ORVEX service init| Already initialized; return existing service id 7|= 7|ORVEX service init| Already initialized; return existing service id 7|= 7|= -2
-{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|= -3|ORVEX service init|{"req_type":"INIT"}|= 7
-{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|{"req_type":"INIT"}|= 7| Already initialized; return existing service id 7|= 7
-{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|ORVEX initialized; svc id 7|= 7)"},
-    {4, "Refused", "", "=deinit 7",
-     R"(rule {"req_type":"INIT"};=init;=alone;rule {"req_type":"INIT","service_id":7};=init;=deinit 7;rule {"req_type":"INIT","service_id":-5};=init;=deinit 4294967291;rule {"req_type":"INIT","service_id":7};=init)",
-     R"(ORVEX service init|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|Failed to initialize with manager|= -1|= 1|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7|= 7
-{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|ORVEX service init|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|Failed to initialize with manager|= -5
-gService_id is -1, svc_id is -5|= 0|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7|= 7)"},
-    {4, "Lost", "none", R"(start 6 "a001":1)", "lose;=init;=deinit 7;=init",
-     R"(EXIT|in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate success|Ended session 6 with 1 service (0 failed)
+using LinkScript = ScriptTest;
+
+TEST_F(LinkScript, Levels) {
+  Begin(4);
+  SetDebugLevel(3);
+  EXPECT_THAT((std::vector{orvd_svc_init(), orvd_svc_init(), orvd_svc_deinit(5), orvd_svc_deinit(7),
+                           orvd_svc_deinit(7), orvd_svc_init()}),
+              ElementsAre(7, 7, -2, 0, -3, 7));
+  Expect("", R"(
+ORVEX service init| Already initialized; return existing service id 7|ORVEX service init| Already initialized; return existing service id 7
+{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|ORVEX service init|{"req_type":"INIT"})");
+  SetDebugLevel(0);
+  EXPECT_EQ(orvd_svc_deinit(kServiceId) + orvd_svc_init() + orvd_svc_init(), 2 * kServiceId);
+  SetDebugLevel(4);
+  EXPECT_EQ(orvd_svc_deinit(kServiceId) + orvd_svc_init(), kServiceId);
+  Expect("", R"(
+{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|{"req_type":"INIT"}| Already initialized; return existing service id 7
+{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|ORVEX initialized; svc id 7)");
+}
+
+TEST_F(LinkScript, Refused) {
+  Begin(4);
+  EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
+  Recorded();
+  peer.SetRule("INIT", [](auto) { return R"({"req_type":"INIT"})"; });
+  EXPECT_EQ(orvd_svc_init(), -1);
+  EXPECT_TRUE(WaitForThreads(threads));
+  for (const int id : {kServiceId, kRefused, kServiceId}) {
+    peer.AnswerInit(id);
+    EXPECT_EQ(orvd_svc_init(), id);
+    EXPECT_EQ(orvd_svc_deinit(static_cast<unsigned>(id)), 0);
+  }
+  Expect("", R"(
+ORVEX service init|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|Failed to initialize with manager|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7
+{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|ORVEX service init|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|Failed to initialize with manager
+gService_id is -1, svc_id is -5|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7|{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7)");
+}
+
+TEST_F(LinkScript, Lost) {
+  Begin(4, R"(start 6 "a001":1)");
+  peer.StopListening();
+  peer.HangUpForWriting();
+  EXPECT_TRUE(WaitLogged("> reconnected 0x0000a001::0"));
+  EXPECT_THAT((std::vector{orvd_svc_init(), orvd_svc_deinit(7), orvd_svc_init()}),
+              ElementsAre(7, 0, 7));
+  Expect("", R"(
+EXIT|in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate success|Ended session 6 with 1 service (0 failed)
 Failed to connect to ORVEX Manager (connection failed No such file or directory)|pause 50000|Failed to connect to ORVEX Manager (connection failed No such file or directory)|pause 50000
 Manager connection established, gMgrSocket_fd|reconnected to manager, gMgrSocket_fd, total time to reconnect 100|in inform_session_state|> reconnected 0x0000a001::0
-ORVEX service init| Already initialized; return existing service id 7|= 7|gService_id is -1, svc_id is 7|= 0|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7|= 7)"},
-    {1, "Unreadable", "", "",
-     R"({"req_type":"permission_change"};{"req_type":"long enough to leave traces"} rest;{"req_type":"cut;[{"req_type":"in a list"}];{"req_type":"a)" +
-         std::string(1, '\0') + R"(b"};{"req_type":"b\u0000c"};{})",
-     R"(t> permission_change permission 0 package null|t> permission_change permission 0 package null|Unknown request type 'long enough to leave traces'|Failed to parse ORVEX manager request|pause 500000
-Failed to parse ORVEX manager request|pause 500000|Failed to parse ORVEX manager request|pause 500000|Unknown request type 'b'|Unknown request type '0')"},
-    {3, "Notifications", "", "",
-     R"({"req_type":"state_change","session_id":3,"state":"screen","value":"on","package":"p"};{"req_type":"system_setting_change","session_id":4294967295,"state":"","value":5};
+ORVEX service init| Already initialized; return existing service id 7|gService_id is -1, svc_id is 7|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7)");
+}
+
+TEST_F(LinkScript, Unreadable) {
+  Begin(1);
+  Expect(
+      R"({"req_type":"permission_change"};{"req_type":"long enough to leave traces"} rest;{"req_type":"cut;[{"req_type":"in a list"}];{"req_type":"a)" +
+          std::string(1, '\0') + R"(b"};{"req_type":"b\u0000c"};{})",
+      R"(
+t> permission_change permission 0 package null|t> permission_change permission 0 package null|Unknown request type 'long enough to leave traces'|Failed to parse ORVEX manager request|pause 500000
+Failed to parse ORVEX manager request|pause 500000|Failed to parse ORVEX manager request|pause 500000|Unknown request type 'b'|Unknown request type '0')");
+}
+
+TEST_F(LinkScript, Notifications) {
+  Begin(3);
+  Expect(
+      R"({"req_type":"state_change","session_id":3,"state":"screen","value":"on","package":"p"};{"req_type":"system_setting_change","session_id":4294967295,"state":"","value":5};
 {"req_type":"state_change","state":"screen","package":"p"};{"req_type":"state_change","value":"on"};{"req_type":"system_setting_change","state":"nullable","value":"on"};{"req_type":"state_change","state":null,"value":null,"package":null};
 {"req_type":"permission_change","sesson_id":"010x","status":"-3","permission":"null","package":"p"};{"req_type":"permission_change","session_id":"9","status":"0x1"};{"req_type":"permission_change"};{"req_type":"permission_change","sesson_id":"x","status":"x"})",
-     R"(State change: state_change, session_id: 3, package: p, state: screen:on|t> state_change session 3 state screen:on package p|t> state_change session 3 state screen:on package p
+      R"(
+State change: state_change, session_id: 3, package: p, state: screen:on|t> state_change session 3 state screen:on package p|t> state_change session 3 state screen:on package p
 State change: system_setting_change, session_id: -1, package: null, state: :5|t> setting_change session 4294967295 state :5 package null|t> setting_change session 4294967295 state :5 package null
 State change: state_change, session_id: 0, package: p, state: screen:null|State change: state_change, session_id: 0, package: null, state: null:on|State change: system_setting_change, session_id: 0, package: null, state: nullable:on
 State change: state_change, session_id: 0, package: , state: :|t> state_change state :|t> state_change state :
 Req_type: permission_change Opcode: 0 ssid: 0 session_id: 10 permission: null package: p status: 1|t> permission_change session 10 permission null status 1 package p|t> permission_change session 10 permission null status 1 package p
 Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 package: null status: 0|t> permission_change permission 0 package null|t> permission_change permission 0 package null
 Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 package: null status: 0|t> permission_change permission 0 package null|t> permission_change permission 0 package null
-Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 package: null status: 0|t> permission_change permission 0 package null|t> permission_change permission 0 package null)"},
-};
-INSTANTIATE_TEST_SUITE_P(Link, WholeScript, testing::ValuesIn(kScripts));
+Req_type: permission_change Opcode: 0 ssid: 0 session_id: 0 permission: 0 package: null status: 0|t> permission_change permission 0 package null|t> permission_change permission 0 package null)");
+}
 
 struct LinkTest : ServiceTest {
   static std::string Received(ManagerPeer& used) {
@@ -129,7 +171,7 @@ TEST_F(LinkTest, DeinitEndsConnectionAndThreadWhateverTheManagerDoes) {
     peer.SetRule(kind, nullptr);
     ASSERT_EQ(peer.connections(), cycle);
   }
-  EXPECT_THAT(recorder.events(), Not(HasSubstr("ed 0x")));  // no loss was reported
+  EXPECT_THAT(Events(), Not(HasSubstr("ed 0x")));  // no loss was reported
   EXPECT_TRUE(Eventually([&] { return CountEntries("/proc/self/fd") == descriptors; }));
 }
 

@@ -23,7 +23,7 @@ class ReconnectionTest : public ServiceTest {
     Offer(0x20, {1});
     Offer(0x10, {1});
     OpenSession(9, 0x20, 1);
-    recorder.Clear();
+    ClearLog();
   }
   const long threads_ = Threads();  // without a receive thread
 };
@@ -35,7 +35,7 @@ TEST_F(ReconnectionTest, GivesUpAfterTheTimeOutWithoutAnEvent) {
   ASSERT_TRUE(WaitForThreads(threads_));
   EXPECT_EQ(CountLogged(kNoListener), 402U);
   EXPECT_EQ(CountLogged(kTimeOut), 1U);
-  EXPECT_EQ(recorder.events(), "terminated 0x00000010::0\nend 0x00000020::1 session 9\n");
+  EXPECT_EQ(Events(), "terminated 0x00000010::0\nend 0x00000020::1 session 9\n");
 
   const auto reconnect = [](const std::function<void()>& in_pause) {
     const auto call = [&] {

@@ -24,28 +24,45 @@ class QueryTest : public ServiceTest {
   }
 };
 
-const std::string kRules =
-    R"(rule {"req_type":"PERMISSION","QueryId":1,"PermRes":["1","0x1","-3"]};rule {"req_type":"INFO_QUERY","QueryId":2,"QueryInfosRes":["SUCCESS:a:b",5]};
-rule {"req_type":"INFO_MNTR","QueryId":3,"QueryInfosRes":[]})";
+struct QueryScript : ScriptTest {
+  void AskEach(int level) {
+    Begin(level);
+    for (const std::string answer :
+         {R"({"req_type":"PERMISSION","QueryId":1,"PermRes":["1","0x1","-3"]})",
+          R"({"req_type":"INFO_QUERY","QueryId":2,"QueryInfosRes":["SUCCESS:a:b",5]})",
+          R"({"req_type":"INFO_MNTR","QueryId":3,"QueryInfosRes":[]})"}) {
+      peer.SetRule(orvd::KindOf(answer), [answer](auto) { return std::optional(answer); });
+    }
+    EXPECT_THAT(orvd_permission_query(UINT32_MAX, {"a", "b c"}), ElementsAre(true, false, true));
+    EXPECT_THAT(orvd_info_query(5, {"i", "j"}), ElementsAre("SUCCESS:a:b", "5"));
+    EXPECT_THAT(orvd_info_query(5, {}), ElementsAre("ERROR:Empty requested info"));
+    EXPECT_THAT(orvd_info_monitor(6, {"k"}), IsEmpty());
+  }
+};
+
 const std::string kPermissionLines =
     R"(permission: a|permission: b c|Entry orvd_permission_query|orvd_permission_query request: {"req_type":"PERMISSION","Session_Id":4294967295,"service_id":7,"Permissions":["a","b c"],"QueryId":1}
 {"req_type":"PERMISSION","Session_Id":4294967295,"service_id":7,"Permissions":["a","b c"],"QueryId":1}
-size of permResp array: 3|i = 0, permRes_meta_data response: 1|i = 1, permRes_meta_data response: 0|i = 2, permRes_meta_data response: 1|Exit orvd_permission_query|= 1,0,1
+size of permResp array: 3|i = 0, permRes_meta_data response: 1|i = 1, permRes_meta_data response: 0|i = 2, permRes_meta_data response: 1|Exit orvd_permission_query
 )";
-const Script kScripts[] = {
-    {0, "AllLevels", "", kRules, "=permission 4294967295 a,b c;=info 5 i,j;=monitor 6 k",
-     kPermissionLines +
-         R"({"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|= SUCCESS:a:b,5
-{"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|= |waiting for response in orvd_permission_query)"},
-    {3, "FromLevelThree", "", kRules,
-     "=permission 4294967295 a,b c;=info 5 i,j;=info 5;=monitor 6 k",
-     kPermissionLines +
-         R"(orvd_info_query request: {"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|{"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
-size of result array: 2|i = 0, info result: SUCCESS:a:b|i = 1, info result: 5|Exit orvd_info_query|= SUCCESS:a:b,5|= ERROR:Empty requested info
+
+TEST_F(QueryScript, AllLevels) {
+  AskEach(0);
+  Expect("", "\n" + kPermissionLines +
+                 R"({"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
+{"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|waiting for response in orvd_permission_query)");
+}
+
+TEST_F(QueryScript, FromLevelThree) {
+  AskEach(3);
+  Expect(
+      "",
+      "\n" + kPermissionLines +
+          R"(orvd_info_query request: {"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|{"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
+size of result array: 2|i = 0, info result: SUCCESS:a:b|i = 1, info result: 5|Exit orvd_info_query
 orvd_info_monitor request: {"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|{"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}
-size of result array: 0|Exit orvd_info_monitor|= |waiting for response in orvd_permission_query|waiting for response in orvd_info_query|waiting for response in orvd_info_monitor)"},
-};
-INSTANTIATE_TEST_SUITE_P(Query, WholeScript, testing::ValuesIn(kScripts));
+size of result array: 0|Exit orvd_info_monitor|waiting for response in orvd_permission_query|waiting for response in orvd_info_query|waiting for response in orvd_info_monitor)");
+}
 
 TEST_F(QueryTest, FailedAndRefusedQueriesHaveDifferentResults) {
   EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false, false));

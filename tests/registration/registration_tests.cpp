@@ -4,8 +4,7 @@
 
 namespace {
 
-class RegistrationTest : public ServiceTest {
- protected:
+struct RegistrationTest : ScriptTest {
   static int Register(uint32_t opcode, const std::string& blob, const char* token = "t") {
     return _orvd_svc_register_auth(kServiceId, opcode, blob.c_str(), token);
   }
@@ -13,31 +12,54 @@ class RegistrationTest : public ServiceTest {
     return _orvd_svc_ready(kServiceId, opcode, Recorder::Callback, &recorder, nullptr);
   }
 };
+const std::string kDefined =
+    "\x02"
+    R"({"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})";
 
-const Script kScripts[] = {
-    {4, "AllLines", "", "",
-     "=register \x01ORVEX\x01{};=register \x01OR\xff{};"
-     R"(=define {"Orvex":{"opcode":"1001"}};=define {};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}};
-=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})",
-     R"(ORVEX service register and authenticate|Unsupported API definition (wanted 2; got 123)|= -1|ORVEX service register and authenticate|Unsupported API definition (wanted 2; got 255)|= -1
-ORVEX service register and authenticate|Mismatch opcode in registration 1001 (0x00004096) vs definition (0x00004097)|= -2|ORVEX service register and authenticate|Mismatch opcode in registration 0 (0x00004096) vs definition (0x00000000)|= -2
+TEST_F(RegistrationTest, AllLines) {
+  Begin(4);
+  EXPECT_EQ(Register(0x1000, "\x01ORVEX\x01{}"), -1);
+  EXPECT_EQ(Register(0x1000, "\x01OR\xff{}"), -1);
+  EXPECT_EQ(Register(0x1000, "\x02{\"Orvex\":{\"opcode\":\"1001\"}}"), -2);
+  EXPECT_EQ(Register(0x1000, "\x02{}"), -2);
+  EXPECT_EQ(Register(0x1000, kDefined) + Register(0x1000, kDefined), 0);
+  Expect("", R"(
+ORVEX service register and authenticate|Unsupported API definition (wanted 2; got 123)|ORVEX service register and authenticate|Unsupported API definition (wanted 2; got 255)
+ORVEX service register and authenticate|Mismatch opcode in registration 1001 (0x00004096) vs definition (0x00004097)|ORVEX service register and authenticate|Mismatch opcode in registration 0 (0x00004096) vs definition (0x00000000)
 ORVEX service register and authenticate
 json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
-{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|Added service 0x00001000::7|Successfully authed and added 0x00001000::7 service mapping|ORVEX service authed and registered|= 0
+{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|Added service 0x00001000::7|Successfully authed and added 0x00001000::7 service mapping|ORVEX service authed and registered
 ORVEX service register and authenticate
 json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
-{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|Duplicate service registration 0x00001000::7|Successfully authed and added 0x00001000::7 service mapping|ORVEX service authed and registered|= 0)"},
-    {1, "FromLevelOne", "", "",
-     "=register ;=define ;=define " + std::string(1001, '[') +
-         R"(;=define {"Orvex":[]};=define {"Orvex":{"opcode":[]}};=define {"Orvex":{"opcode":"1000","subsystems":5}};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":-1}]}};
-=define {"Orvex":{"opcode":"1000","subsystems":[null]}};=define {};=define {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})",
-     R"(= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1
-Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1|Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure|= -1
-Mismatch opcode in registration 0 (0x00004096) vs definition (0x00000000)|= -2
+{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|Duplicate service registration 0x00001000::7|Successfully authed and added 0x00001000::7 service mapping|ORVEX service authed and registered)");
+}
+
+TEST_F(RegistrationTest, FromLevelOneAndThree) {
+  for (const int level : {1, 3}) {
+    Begin(level);
+    EXPECT_EQ(Register(0x1000, ""), -1);
+    for (const std::string json : {"", R"({"Orvex":[]})", R"({"Orvex":{"opcode":[]}})",
+                                   R"({"Orvex":{"opcode":"1000","subsystems":5}})",
+                                   R"({"Orvex":{"opcode":"1000","subsystems":[{"id":-1}]}})",
+                                   R"({"Orvex":{"opcode":"1000","subsystems":[null]}})"}) {
+      EXPECT_EQ(Register(0x1000, "\x02" + json), -1) << json;
+      Expect("", "\nParsing of API definition failed!! (opcode 0x00001000)|  JSON failure");
+    }
+    EXPECT_EQ(Register(0x1000, "\x02" + std::string(1001, '[')), -1);
+    EXPECT_EQ(Register(0x1000, "\x02{}"), -2);
+    EXPECT_EQ(Register(0x1000, kDefined), 0);
+    Expect("", R"(
+Parsing of API definition failed!! (opcode 0x00001000)|  JSON failure
+Mismatch opcode in registration 0 (0x00004096) vs definition (0x00000000)
 json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
-{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|= 0)"},
-};
-INSTANTIATE_TEST_SUITE_P(Registration, WholeScript, testing::ValuesIn(kScripts));
+{"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"})");
+    const std::string longer = kDefined + std::string(250, ' ');
+    EXPECT_EQ(Register(0x1000, longer), 0);
+    EXPECT_EQ(CountLogged("json is " + longer.substr(1, 250)), 1U);
+    EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
+    Recorded();
+  }
+}
 
 TEST_F(RegistrationTest, RefusedCallsSendNothing) {
   EXPECT_EQ(Register(0x1000, orvd::Definition(0x1000, {})), -3);
@@ -71,7 +93,8 @@ TEST_F(RegistrationTest, SendsTheDefinitionUnchanged) {
 
 TEST_F(RegistrationTest, HandlesTheAnswersOfTheManager) {
   Recorder second;
-  Recorder* expected = &recorder;
+  second.SetHook([](const orvd_req_t&) { ADD_FAILURE() << "a ready opcode keeps its callbacks"; });
+  Recorder* used = &recorder;
   Init();
   for (const auto& [members, result] : {std::pair{R"("opcode":"04294967295x","result":0)", 0},
                                         {R"("opcode":"4294967295","result":null)", 0},
@@ -89,15 +112,14 @@ TEST_F(RegistrationTest, HandlesTheAnswersOfTheManager) {
       });
     }
     EXPECT_EQ(Register(4294967295U, orvd::Definition(4294967295U, {})), result);
-    EXPECT_EQ(Ready(4294967295U, *expected), result);
-    expected = &second;  // a ready opcode keeps its callbacks
+    EXPECT_EQ(Ready(4294967295U, *used), result);
+    used = &second;
     EXPECT_EQ(peer.NextOf("REDY"), R"({"req_type":"REDY","Service_Id":7 ,"Opcode":4294967295})");
-    recorder.Clear();
+    const size_t before = Events().size();
     peer.Send(R"({"req_type":"permission_change"})");
     Settle();
-    EXPECT_EQ(recorder.events().empty(), result != 0);
+    EXPECT_EQ(Events().size() == before, result != 0);
   }
-  EXPECT_EQ(second.events(), "");
   EXPECT_EQ(CountLogged("ORVEX service auth registration failed."), 2U);
   EXPECT_EQ(CountLogged("Failed to make service ready at manager; aborting"), 2U);
 }

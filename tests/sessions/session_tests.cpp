@@ -5,6 +5,8 @@
 #include <set>
 #include <shared_mutex>
 
+#include "sessions/session_start.h"
+#include "sessions/terminate_sessions.h"
 #include "support/script_test.h"
 
 extern "C" const char* __lsan_default_suppressions() {
@@ -13,61 +15,100 @@ extern "C" const char* __lsan_default_suppressions() {
 
 namespace {
 
-const Script kScripts[] = {
-    {4, "Start", "start 0x0000a001::1", R"(start 5 "b002":4;ready 5 "b002":4)",
-     R"(=start 5 "0xb002":3,4 "a001":3,1,2,9 "c003":1 "zz":1)",
-     R"(session_id received is 5|Trying to start s~b002::3|s> start 0x0000b002::3 session 5|S~b002::3 success|Trying to start s~b002::4|S~b002::4 already active
+using SessionScript = ScriptTest;
+
+TEST_F(SessionScript, Start) {
+  Begin(4, R"(start 5 "b002":4;ready 5 "b002":4)", "start 0x0000a001::1");
+  Expect(R"(start 5 "0xb002":3,4 "a001":3,1,2,9 "c003":1 "zz":1)", R"(
+session_id received is 5|Trying to start s~b002::3|s> start 0x0000b002::3 session 5|S~b002::3 success|Trying to start s~b002::4|S~b002::4 already active
 Trying to start s~a001::3|s> start 0x0000a001::3 session 5|S~a001::3 success|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 failed
 Trying to start s~a001::2|s> start 0x0000a001::2 session 5|S~a001::2 success|Trying to start s~a001::9|Service does not support requested 0x0000a001::9
-< start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":3},{"id":2}]},{"id":"0x0000b002","subsystems":[{"id":3}]}]}|Start session 5 with 3 service (2 failed; 1 duplicate)|= 0)"},
-    {4, "RepeatedStart", "end", "",
-     R"(=start 5 "0XA001":1,"x";=start 5 "a001":1;start 5 "0xa001":1;ready 5 "a001":1)",
-     R"(session_id received is 5|Trying to create new session 5|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 success|= throws|session_id received is 5|Trying to start s~a001::1
-S~a001::1 never received ready_session. Resetting|< start 5 "Failed"}|Start session 5 with 0 service (1 failed; 0 duplicate)|= -1|session_id received is 5|Trying to start s~a001::1
-s> start 0x0000a001::1 session 5|S~a001::1 success|< start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":1}]}]}|Start session 5 with 1 service (0 failed; 0 duplicate)|session_id received is 5|Trying to ready s~a001::1|s> ready 0x0000a001::1 session 5)"},
-    {1, "LowLevel", "start", R"(start 5 "a001":1)",
-     R"(start 5 "a001":1,2,4294967295;end 4294967295;=end 5 40961:1)",
-     R"(session_id received is 5|s> start 0x0000a001::2 session 5|Service does not support requested 0x0000a001::4294967295|< start 5 "Failed"}|Failed to handle session start event
-< end 4294967295 "Failed"}|Failed to handle end start event|< end 5 "Failed"}|= -1)"},
-    {4, "BadIdsAndNoOpcodes", "", "",
-     R"(start 4294967296 "a001":1;=start "5" "a001":1;start null "a001":1;ready 1.5 "a001":1;ready 4294967295 "a001":1;{"req_type":"start_session","opcodes":{}};end 0)",
-     R"(Failed to handle session start event|= -1|Failed to handle session start event|Failed to handle session ready event
+< start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":3},{"id":2}]},{"id":"0x0000b002","subsystems":[{"id":3}]}]}|Start session 5 with 3 service (2 failed; 1 duplicate))");
+}
+
+TEST_F(SessionScript, RepeatedStart) {
+  Begin(4, "", "end");
+  Json::Value bad = orvd::ParseObject(SessionMessage(R"(start 5 "0XA001":1,"x")"));
+  EXPECT_THROW(handle_session_start(bad), Json::LogicError);
+  Expect(R"(start 5 "a001":1;start 5 "0xa001":1;ready 5 "a001":1)", R"(
+session_id received is 5|Trying to create new session 5|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 success|session_id received is 5|Trying to start s~a001::1
+S~a001::1 never received ready_session. Resetting|< start 5 "Failed"}|Start session 5 with 0 service (1 failed; 0 duplicate)|Failed to handle session start event|session_id received is 5|Trying to start s~a001::1
+s> start 0x0000a001::1 session 5|S~a001::1 success|< start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":1}]}]}|Start session 5 with 1 service (0 failed; 0 duplicate)|session_id received is 5|Trying to ready s~a001::1|s> ready 0x0000a001::1 session 5)");
+}
+
+TEST_F(SessionScript, LowLevel) {
+  Begin(1, R"(start 5 "a001":1)", "start");
+  Expect(R"(start 5 "a001":1,2,4294967295;end 4294967295;end 5 40961:1)", R"(
+session_id received is 5|s> start 0x0000a001::2 session 5|Service does not support requested 0x0000a001::4294967295|< start 5 "Failed"}|Failed to handle session start event
+< end 4294967295 "Failed"}|Failed to handle end start event|< end 5 "Failed"}|Failed to handle end start event)");
+}
+
+TEST_F(SessionScript, BadIdsAndNoOpcodes) {
+  Begin(4);
+  Expect(
+      R"(start 4294967296 "a001":1;start "5" "a001":1;start null "a001":1;ready 1.5 "a001":1;ready 4294967295 "a001":1;{"req_type":"start_session","opcodes":{}};end 0)",
+      R"(
+Failed to handle session start event|Failed to handle session start event|Failed to handle session start event|Failed to handle session ready event
 session_id received is 4294967295|Invalid session_id was passed to handle_session_ready -1|Failed to handle session ready event
 session_id received is 0|Trying to create new session 0|< start 0 "Failed"}|Start session 0 with 0 service (0 failed; 0 duplicate)|Failed to handle session start event
-Session 0 completely ended|< end 0 "Failed"}|Ended session 0 with 0 service (0 failed)|Failed to handle end start event)"},
-    {3, "Ready", "ready", R"(start 5 "a001":1,2)",
-     R"(ready 5 "a001":1 "c003":1;ready 5 "a001":1;ready 5 "a001":2 "b002":3;start 5 "a001":2)",
-     R"(session_id received is 5|s> ready 0x0000a001::1 session 5|session_id received is 5|S~a001::1 already in ready state
-session_id received is 5|s> ready 0x0000a001::2 session 5|S~b002::3 not started before ready call|session_id received is 5|S~a001::2 already active|< start 5 "Failed"}|Failed to handle session start event)"},
-    {4, "End", "end 0x0000b002::3", R"(start 5 "a001":1,2 "b002":3,4)",
-     R"({"req_type":"end_session","session_id":5,"opcodes":[{}]};=end 5 1.5:1;=end 5 4294967296:1;=end 5 40961.0:1 "0xa001":2;=end 5 40961:1,2 4294967295:1 45058:3;{"req_type":"end_session","session_id":5,"opcodes":5};=end 5)",
-     R"(Failed to handle end start event|= -1|= -1|Trying to end s~a001::1|in inform_session_state|s> end 0x0000a001::1 session 5|S~a001::1 terminate success|= -1
+Session 0 completely ended|< end 0 "Failed"}|Ended session 0 with 0 service (0 failed)|Failed to handle end start event)");
+}
+
+TEST_F(SessionScript, Ready) {
+  Begin(3, R"(start 5 "a001":1,2)", "ready");
+  Expect(R"(ready 5 "a001":1 "c003":1;ready 5 "a001":1;ready 5 "a001":2 "b002":3;start 5 "a001":2)",
+         R"(
+session_id received is 5|s> ready 0x0000a001::1 session 5|session_id received is 5|S~a001::1 already in ready state
+session_id received is 5|s> ready 0x0000a001::2 session 5|S~b002::3 not started before ready call|session_id received is 5|S~a001::2 already active|< start 5 "Failed"}|Failed to handle session start event)");
+}
+
+TEST_F(SessionScript, End) {
+  Begin(4, R"(start 5 "a001":1,2 "b002":3,4)", "end 0x0000b002::3");
+  Expect(
+      R"({"req_type":"end_session","session_id":5,"opcodes":[{}]};end 5 1.5:1;end 5 4294967296:1;end 5 40961.0:1 "0xa001":2;end 5 40961:1,2 4294967295:1 45058:3;{"req_type":"end_session","session_id":5,"opcodes":5};end 5)",
+      R"(
+Failed to handle end start event|Failed to handle end start event|Failed to handle end start event|Trying to end s~a001::1|in inform_session_state|s> end 0x0000a001::1 session 5|S~a001::1 terminate success|Failed to handle end start event
 Trying to end s~a001::1|S~a001::1 is not active; ignoring|Trying to end s~a001::2|in inform_session_state|s> end 0x0000a001::2 session 5
 S~a001::2 terminate success|Trying to end s~b002::3|in inform_session_state|s> end 0x0000b002::3 session 5|S~b002::3 terminate failed|< end 5 "Success"}
-Ended session 5 with 1 service (2 failed)|= 0|in inform_session_state|s> end 0x0000b002::3 session 5|in inform_session_state|s> end 0x0000b002::4 session 5|Session 5 completely ended|< end 5 "Success"}|Ended session 5 with 1 service (1 failed)
-Session 5 is not active; ignoring|< end 5 "Failed"}|Ended session 5 with 0 service (0 failed)|= -1)"},
-    {1, "RefusedTasks", "", R"(start 5 "a001":1,2;ready 5 "a001":2)",
-     R"({"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":4294967295};
-{"req_type":"exec_task","opcode":"a001","subsys_id":4294967295,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":5};
-{"req_type":"exec_task","opcode":"40961","subsys_id":2,"session_id":5};{"req_type":"exec_task","subsys_id":2,"session_id":5};
-{"req_type":"exec_task","opcode":"a001","subsys_id":2,"session_id":5,"func":{"num_of_args":2,"args":[{"type":"uint8","value":1},{"type":"uint8","value":256}]}})",
-     R"(Invalid session_id was passed to execute function -1|Failed to handle execute task event|No S~a001::4294967295|Failed to handle execute task event
-S~a001::1 not ready|Failed to handle execute task event|Failed to handle execute task event|Failed to handle execute task event|Out of range value for uint8|Failed to handle execute task event)"},
-    {4, "Terminate", "end 0x0000a001", R"(start 6 "a001":1;start 5 "b002":3 "a001":2)",
-     R"(=terminate;=terminate;start 6 "a001":1;=terminate)",
-     R"(in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::2 session 5|S~a001::2 terminate failed
-in inform_session_state|s> end 0x0000b002::3 session 5|S~b002::3 terminate success|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 1 service (2 failed)|= 0
-in inform_session_state|> terminated 0x0000a001::0|Ended session 0 with 0 service (0 failed)|= -1
+Ended session 5 with 1 service (2 failed)|in inform_session_state|s> end 0x0000b002::3 session 5|in inform_session_state|s> end 0x0000b002::4 session 5|Session 5 completely ended|< end 5 "Success"}|Ended session 5 with 1 service (1 failed)
+Session 5 is not active; ignoring|< end 5 "Failed"}|Ended session 5 with 0 service (0 failed)|Failed to handle end start event)");
+}
+
+TEST_F(SessionScript, RefusedTasks) {
+  Begin(1, R"(start 5 "a001":1,2;ready 5 "a001":2)");
+  Expect(
+      R"({"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":4294967295};{"req_type":"exec_task","opcode":"a001","subsys_id":4294967295,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":5};{"req_type":"exec_task","opcode":"40961","subsys_id":2,"session_id":5};{"req_type":"exec_task","subsys_id":2,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":2,"session_id":5,"func":{"num_of_args":2,"args":[{"type":"uint8","value":1},{"type":"uint8","value":256}]}})",
+      R"(
+Invalid session_id was passed to execute function -1|Failed to handle execute task event|No S~a001::4294967295|Failed to handle execute task event
+S~a001::1 not ready|Failed to handle execute task event|Failed to handle execute task event|Failed to handle execute task event|Out of range value for uint8|Failed to handle execute task event)");
+}
+
+TEST_F(SessionScript, Terminate) {
+  Begin(4, R"(start 6 "a001":1;start 5 "b002":3 "a001":2)", "end 0x0000a001");
+  EXPECT_EQ(terminate_sessions(), 0);
+  EXPECT_EQ(terminate_sessions(), -1);
+  Handle(R"(start 6 "a001":1)");
+  EXPECT_EQ(terminate_sessions(), -1);
+  Expect("", R"(
+in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::2 session 5|S~a001::2 terminate failed
+in inform_session_state|s> end 0x0000b002::3 session 5|S~b002::3 terminate success|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 1 service (2 failed)
+in inform_session_state|> terminated 0x0000a001::0|Ended session 0 with 0 service (0 failed)
 session_id received is 6|Trying to create new session 6|Trying to start session 6 with 0x0000a001::1|s> start 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 success|< start 6 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":1}]}]}|Start session 6 with 1 service (0 failed; 0 duplicate)
-in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 0 service (1 failed)|= -1)"},
-    {4, "NothingReady", "", "", "=deinit 7;=terminate;=reconnect",
-     R"({"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|= 0|No sessions due to no ready opcodes.|= 0|No sessions due to no ready opcodes.|= 0)"},
-};
-INSTANTIATE_TEST_SUITE_P(Session, WholeScript, testing::ValuesIn(kScripts));
+in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 0 service (1 failed))");
+}
+
+TEST_F(SessionScript, NothingReady) {
+  Begin(4);
+  EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
+  EXPECT_EQ(terminate_sessions(), 0);
+  EXPECT_EQ(send_reconnection_notification(), 0);
+  Expect("", R"(
+{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|No sessions due to no ready opcodes.|No sessions due to no ready opcodes.)");
+}
 
 TEST_F(ScriptTest, ARejectedPairFollowedByAnotherEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH((Begin(1), Play(R"(start 5 "a001":2;ready 5 "a001":1,2)")), "std::system_error");
+  EXPECT_DEATH((Begin(1), Handle(R"(start 5 "a001":2;ready 5 "a001":1,2)")), "std::system_error");
 }
 
 int StackSizeInMebibytes() {
@@ -101,7 +142,7 @@ struct TaskTest : ScriptTest {
     return 1;
   }
   void BeginTasks() {
-    Begin(1, Fill);
+    Begin(1, "", "none", Fill);
     OpenSession(5, 0xa001, 1);
     ClearLog();
   }
@@ -144,7 +185,8 @@ TEST_F(TaskTest, ConcurrentTasksAreAnsweredOnceAfterTheirSessionHasEnded) {
     Run(id);
   }
   ASSERT_TRUE(Eventually([] { return running == 300; }));
-  EXPECT_THAT(Play("end 5"), testing::EndsWith("< end 5 \"Success\"}\n"));
+  Handle("end 5");
+  EXPECT_THAT(Recorded(), testing::EndsWith("< end 5 \"Success\"}\n"));
   closed.unlock();
   while (answers.size() < expected.size()) {
     answers.insert(Next());

@@ -1,6 +1,5 @@
 #include "support/faults.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/socket.h>
 
@@ -9,6 +8,7 @@
 #include <utility>
 
 #include "orvd_types.h"
+#include "support/real_function.h"
 
 namespace {
 
@@ -52,26 +52,25 @@ void OnNextPacket(std::function<void(int)> hook) {
 extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
-  static auto* const next = reinterpret_cast<decltype(&socket)>(dlsym(RTLD_NEXT, "socket"));
+  static auto* const next = RealFunction(&socket, "socket");
   return TakeFault(Call::kSocket) != 0 ? -1 : next(domain, type, protocol);
 }
 
 ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* address,
                socklen_t length) {
-  static auto* const next = reinterpret_cast<decltype(&sendto)>(dlsym(RTLD_NEXT, "sendto"));
+  static auto* const next = RealFunction(&sendto, "sendto");
   TakeSendHook()(fd);
   return TakeFault(Call::kSendto) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 ssize_t recvfrom(int fd, void* data, size_t size, int flags, sockaddr* address, socklen_t* length) {
-  static auto* const next = reinterpret_cast<decltype(&recvfrom)>(dlsym(RTLD_NEXT, "recvfrom"));
+  static auto* const next = RealFunction(&recvfrom, "recvfrom");
   return TakeFault(Call::kRecvfrom) != 0 ? -1 : next(fd, data, size, flags, address, length);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
                    void* argument) noexcept {
-  static auto* const next =
-      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+  static auto* const next = RealFunction(&pthread_create, "pthread_create");
   const int error = TakeFault(Call::kThread);
   return error != 0 ? error : next(thread, attributes, run, argument);
 }

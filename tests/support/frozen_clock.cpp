@@ -1,6 +1,5 @@
 #include "support/frozen_clock.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -9,17 +8,14 @@
 #include <ctime>
 #include <utility>
 
+#include "support/real_function.h"
+
 namespace {
 
 constexpr int64_t kSecond = 1000000000;
 
 thread_local int64_t frozen_ns = 0;  // 0: the clock is not frozen
 thread_local InPause run_in_pause;
-
-template <typename Function>
-Function* Next(Function* /*own*/, const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 bool PauseUntil(int64_t end_ns) {
   const int64_t begin_ns = std::exchange(frozen_ns, 0);
@@ -38,7 +34,7 @@ void FreezeClock(InPause in_pause) {
 extern "C" {
 
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
-  static auto* const next = Next(&clock_gettime, "clock_gettime");
+  static auto* const next = RealFunction(&clock_gettime, "clock_gettime");
   if (frozen_ns == 0 || clock != CLOCK_MONOTONIC) {
     return next(clock, now);
   }
@@ -47,13 +43,13 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
 }
 
 int usleep(useconds_t time) {
-  static auto* const next = Next(&usleep, "usleep");
+  static auto* const next = RealFunction(&usleep, "usleep");
   return frozen_ns == 0 ? next(time) : (PauseUntil(frozen_ns + time * int64_t{1000}), 0);
 }
 
 int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
                            const timespec* end) {
-  static auto* const next = Next(&pthread_cond_clockwait, "pthread_cond_clockwait");
+  static auto* const next = RealFunction(&pthread_cond_clockwait, "pthread_cond_clockwait");
   if (frozen_ns == 0) {
     return next(condition, mutex, clock, end);
   }

@@ -1,8 +1,8 @@
 #include "support/held_locks.h"
 
-#include <dlfcn.h>
-
 #include <utility>
+
+#include "support/real_function.h"
 
 // Receives the mutex that this thread locks next.
 static thread_local pthread_mutex_t** note_next_lock = nullptr;
@@ -19,8 +19,7 @@ bool IsHeld(pthread_mutex_t* mutex) {
 }
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-  static auto* const next =
-      reinterpret_cast<decltype(&pthread_mutex_lock)>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+  static auto* const next = RealFunction(&pthread_mutex_lock, "pthread_mutex_lock");
   if (note_next_lock != nullptr) {
     *std::exchange(note_next_lock, nullptr) = mutex;
   }

@@ -64,6 +64,10 @@ void ClearLog() {
   lines.clear();
 }
 
+void AddToLog(const std::string& line) {
+  __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", line.c_str());
+}
+
 void SetLogHook(std::function<void(const std::string&)> hook) {
   const std::lock_guard lock(mutex);
   log_hook = std::move(hook);

@@ -19,6 +19,7 @@ std::vector<LogLine> Log();
 // Returns the texts of these lines, each followed by a line end.
 std::string LogText();
 void ClearLog();
+void AddToLog(const std::string& line);
 // Sets a function that is called with each line before it is recorded, on the thread that logs it.
 // An empty function removes the hook.
 void SetLogHook(std::function<void(const std::string& text)> hook);

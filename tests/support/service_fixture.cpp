@@ -16,10 +16,6 @@ constexpr const char* kEventNames[] = {"terminated", "reconnected",       "start
                                        "end",        "permission_change", "state_change",
                                        "ready",      "setting_change"};
 
-std::string Hex(uint32_t opcode) {
-  return StringPrintf("0x%08x", opcode);
-}
-
 std::string Render(const orvd_req_t& req) {
   std::ostringstream line;
   line << kEventNames[req.type];
@@ -28,7 +24,7 @@ std::string Render(const orvd_req_t& req) {
       line << name << value;
     }
   };
-  add(" ", Hex(req.opcode) + "::" + std::to_string(req.ssid), "0x00000000::0");
+  add(" ", StringPrintf("0x%08x::%u", req.opcode, req.ssid), "0x00000000::0");
   add(" session ", req.session_id, 0U);
   add(" permission ", req.permission, "");
   add(" status ", req.status, 0);
@@ -56,6 +52,11 @@ bool Eventually(const std::function<bool()>& condition) {
   return holds;
 }
 
+const char* WithoutSocket(const char* path) {
+  std::filesystem::remove(path);
+  return path;
+}
+
 long CountEntries(const char* folder) {
   return std::distance(std::filesystem::directory_iterator(folder), {});
 }
@@ -71,29 +72,22 @@ bool WaitForThreads(long count) {
 int Recorder::Callback(int service_id, orvd_req_t* req, void* user_data) {
   EXPECT_EQ(service_id, kServiceId);
   auto& recorder = *static_cast<Recorder*>(user_data);
-  const std::string line = Render(*req);
   std::unique_lock<std::mutex> lock(recorder.mutex_);
-  recorder.events_ += line + "\n";
   const auto hook = recorder.hook_;
   const auto [prefix, result] = recorder.result_;
   lock.unlock();
+  const std::string line = Render(*req);
+  AddToLog("> " + line);
   hook(*req);
   return line.rfind(prefix, 0) == 0 ? result : 0;
 }
 
-std::string Recorder::events() const {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return events_;
-}
-
-void Recorder::Clear() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  events_.clear();
-}
-
-bool Recorder::WaitFor(const std::string& event) const {
-  return Eventually(
-      [&] { return ("\n" + events()).find("\n" + event + "\n") != std::string::npos; });
+std::string Events() {
+  std::string events;
+  for (const LogLine& line : Log()) {
+    events += line.text.rfind("> ", 0) == 0 ? line.text.substr(2) + "\n" : "";
+  }
+  return events;
 }
 
 void Recorder::Return(const std::string& event_prefix, int result) {

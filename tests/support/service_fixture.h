@@ -34,39 +34,37 @@ long Threads();
 // has ended.
 bool WaitForThreads(long count);
 
-// Records the events of the session-state callbacks of all opcodes, in order. Pass
-// Recorder::Callback with the recorder as user data.
+// The session-state callback of all opcodes. It adds each event to the log, as "> " and the type,
+// pair, session, and the other fields that are not empty or 0. For example "> start 0x0000a001::1
+// session 9" or "> state_change session 3 state screen:on package p".
 class Recorder {
  public:
-  static int Callback(int service_id, orvd_req_t* req, void* user_data);
-
-  // Each event as one line: type, pair, session, and the other fields that are not empty or 0. For
-  // example "start 0x0000a001::1 session 9" or "state_change session 3 state screen:on package p".
-  std::string events() const;
-  void Clear();
-  bool WaitFor(const std::string& event) const;
+  static int Callback(int service_id, orvd_req_t* req, void* user_data);  // the recorder
   // From now on the callback returns `result` for events whose line begins with `event_prefix`, and
   // 0 for others.
   void Return(const std::string& event_prefix, int result);
-  // Sets a function that the callback calls after it has recorded the event.
+  // Sets a function that the callback calls after it has logged the event.
   void SetHook(std::function<void(const orvd_req_t&)> hook);
 
  private:
-  mutable std::mutex mutex_;
-  std::string events_;
+  std::mutex mutex_;
   std::pair<std::string, int> result_;
   std::function<void(const orvd_req_t&)> hook_ = [](const orvd_req_t&) {};
 };
+// Returns the lines of the events in the log, without "> ".
+std::string Events();
 
-class ServiceTest : public testing::Test {
- public:
+// Removes the socket at `path`, and returns `path`. A death test runs its fixture once more, in a
+// second process, which takes the place of the first one's Manager.
+const char* WithoutSocket(const char* path);
+
+struct ServiceTest : testing::Test {
   static int Register(uint32_t opcode, std::initializer_list<uint32_t> ssids);
   static int Ready(uint32_t opcode, orvd_task_function_t task = nullptr);
 
   ServiceTest() { peer.AgreeToEverything(kServiceId); }
   ~ServiceTest() override { orvd_svc_deinit(kServiceId); }
 
- protected:
   // Calls orvd_svc_init. Fails the test when the result is not kServiceId.
   void Init();
   // Calls Register and Ready; fails the test when one fails. Removes the received messages from the
@@ -80,7 +78,7 @@ class ServiceTest : public testing::Test {
   // level of 1 or more.
   void Settle();
 
-  orvd::ManagerPeer peer{kSharedPath};
+  orvd::ManagerPeer peer{WithoutSocket(kSharedPath)};
   // Never destroyed: a receive thread may still run a callback after the test.
   Recorder& recorder = orvd_client::NeverDestroyed<Recorder>();
 };
