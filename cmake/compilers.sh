@@ -1,17 +1,17 @@
 #!/usr/bin/env bash
-# Compiles library, examples and headers with several compilers and standards. Nothing is linked: Debian builds its C++
+# Compiles library, simulator, example services and headers with several compilers and standards. Nothing is linked: Debian builds its C++
 # libraries against libstdc++, so a program with libc++ cannot use them. usage: cmake/compilers.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 warnings=(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
-includes=(-Iinclude -Isrc -Iplatform/host/include -isystem /usr/include/jsoncpp -isystem /usr/include/android)
-mapfile -t units < <(git ls-files 'src/*.cpp' 'platform/*.cpp' 'examples/*.cpp')
-mapfile -t headers < <(git ls-files 'include/*.h' ':!include/orvex/detail/') # these come with the others
+includes=(-Iinclude -Isrc -Isimulator/include -Iplatform/host/include -isystem /usr/include/jsoncpp -isystem /usr/include/android)
+mapfile -t units < <(git ls-files 'src/*.cpp' 'platform/*.cpp' 'examples/*_service.cpp' 'simulator/*.cpp')
+mapfile -t headers < <(git ls-files 'include/*.h' 'simulator/include/*.h' ':!include/orvex/detail/') # these come with the others
 
 # compile_all COMPILER OPTION...
 compile_all() {
-  local compile=("$@" -x c++ -fsyntax-only "${warnings[@]}" "${includes[@]}")
+  local compile=("$@" -x c++ -fsyntax-only -DORVD_SIM_VERSION=0 "${warnings[@]}" "${includes[@]}")
   printf '%s\0' "${units[@]}" | xargs -0 -P "$(nproc)" -I{} "${compile[@]}" {}
   printf '%s\0' "${headers[@]}" | xargs -0 -P "$(nproc)" -I{} "${compile[@]}" -include {} /dev/null
   "${compile[@]}" -DORVEX_SEPARATE_COMPILATION -include include/orvex/implementation.h /dev/null

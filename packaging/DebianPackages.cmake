@@ -33,25 +33,32 @@ set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), libjsoncpp-dev")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
     "${PROJECT_DESCRIPTION} (development files)
-Headers, CMake package and pkg-config file for building services.")
+Headers, CMake package and pkg-config files for building services, and a static
+library with a simulated Manager for their unit tests.")
 
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_NAME orvd-sim)
 set(CPACK_DEBIAN_SIMULATOR_PACKAGE_SECTION devel)
 set(CPACK_COMPONENT_SIMULATOR_DESCRIPTION
     "simulator of the ORVEX Manager
-Plays the Manager's part of a conversation from a scenario, to try services
-without a device.")
+Calls, watches, records and loads services of the ORVEX Manager: it takes the
+Manager's place on a machine without a device, or stands between the two.")
 
 # Each package contains the changelog and the copyright.
 find_program(GZIP gzip)
+set(CHANGELOG "${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz")
+set(MANUAL_PAGE "${CMAKE_CURRENT_BINARY_DIR}/orvd-sim.1.gz")
+function(compress file output)
+  execute_process(COMMAND "${GZIP}" -9nc "${file}" OUTPUT_FILE "${output}" COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
 if(GZIP)
-  set(CHANGELOG "${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz")
   configure_file(changelog.in changelog @ONLY)
-  execute_process(COMMAND "${GZIP}" -9nc "${CMAKE_CURRENT_BINARY_DIR}/changelog" OUTPUT_FILE "${CHANGELOG}"
-                          COMMAND_ERROR_IS_FATAL ANY)
+  compress("${CMAKE_CURRENT_BINARY_DIR}/changelog" "${CHANGELOG}")
+  compress("${CMAKE_CURRENT_SOURCE_DIR}/orvd-sim.1" "${MANUAL_PAGE}")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS orvd-sim.1)
 endif()
 # These files are for Debian packages only.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  install(FILES "${MANUAL_PAGE}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT simulator)
   # Debian's own packages that use the Android libraries do the same.
   install(
     FILES lintian-overrides

@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """Makes the manual page from the help texts of orvd-sim. usage: man_page.py PAGE [--update] ORVD_SIM...
 
 Compares PAGE with what it makes, and names the first difference. With --update it writes PAGE instead. ORVD_SIM can
@@ -39,7 +40,7 @@ def command_section(name, summary):
 overview = printed("--help")
 commands = re.findall(r"^  (\S+) +(.*)$", overview.split("Commands:\n")[1].split("\n\n")[0], re.M)
 version = printed("--version").split()[-1]
-made = f""".\\" Made by packaging/man/man_page.py from the help texts of orvd\\-sim.
+made = f""".\\" Made by packaging/man_page.py from the help texts of orvd\\-sim.
 .TH ORVD\\-SIM 1 "" "orvd\\-sim {version}" "User Commands"
 .SH NAME
 orvd\\-sim \\- the ORVEX Manager's side of a service, for work without a device
