@@ -24,16 +24,6 @@ inline std::string Replace(const std::string& text, const char* pattern, const c
 
 // A message in JSON, or a session message as `start SESSION OPCODE:SSID,SSID OPCODE:SSID`, where
 // each number or text is written as in JSON.
-inline std::string Message(const std::string& text) {
-  if (text[0] == '{' || text[0] == '[') {
-    return text;
-  }
-  std::string json = Replace(text, "([:,])([^ ,]+)", R"($1{"id":$2})");
-  json = Replace(json, R"( (\S+?):(\S+))", R"(,{"id":$1,"subsystems":[$2]})");
-  return Replace(json, "(\\w+) ([^,]+),?(.*)",
-                 R"({"req_type":"$1_session","session_id":$2,"opcodes":[$3]})");
-}
-
 inline std::string SessionMessage(const std::string& text) {
   if (text[0] == '{' || text[0] == '[') {
     return text;
