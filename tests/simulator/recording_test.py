@@ -252,6 +252,7 @@ def replays(lines, sent, options, code, output):
                 assert receive(service).decode() == query(4).replace('"QueryId":4', '"QueryId":9')
             elif text == "SIGINT":
                 command.send_signal(SIGINT)
+                command.wait(20)
             else:
                 with suppress(OSError):  # the replay may have ended
                     service.send(text.encode())
