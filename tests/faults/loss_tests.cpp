@@ -7,6 +7,7 @@
 
 #include "link/send.h"
 #include "support/faults.h"
+#include "support/frozen_clock.h"
 #include "support/service_fixture.h"
 
 namespace {
@@ -106,7 +107,10 @@ TEST_P(LossTest, IsReportedAndTheServiceWorksAgain) {
   OpenSession(9, 0x10, 1);
   peer.Send(orvd::TaskMessage(9, 0x10, 1, 1));
   ASSERT_TRUE(Eventually([] { return task_runs.load(); }));
-  BeginCall("PERMISSION", query_result, [] { return orvd_permission_query(9, {"p"}).size(); });
+  BeginCall("PERMISSION", query_result, [] {
+    FreezeClock([](auto /*length*/) { return Eventually([] { return let_go.load(); }); });
+    return orvd_permission_query(9, {"p"}).size();
+  });
   BeginCall("AUTH", register_result, [] { return Register(0x20, {1}); });
   LoseAndReturn();
   const bool is_reset = way.log == "reset";  // only ends the receive thread
@@ -131,8 +135,12 @@ TEST_P(LossTest, IsReportedAndTheServiceWorksAgain) {
   peer.Listen();
   peer.AgreeToEverything(kServiceId);
   Init();
-  const uint32_t session = is_reset ? 10 : 9;  // after a reset the first session still exists
+  const uint32_t session = is_reset ? 10 : 9;
   Offer(0x10, {1}, RunTask);
+  if (is_reset) {  // the old sessions still exist
+    peer.Send(orvd::SessionMessage("start_session", 9, 0x10, {1}));
+    EXPECT_THAT(peer.NextOf("start_session").value_or("lost"), testing::HasSubstr("Failed"));
+  }
   OpenSession(session, 0x10, 1);
   peer.Send(orvd::TaskMessage(session, 0x10, 1, 2));
   EXPECT_THAT(peer.NextOf("exec_task").value_or("lost"), testing::HasSubstr("\"transac_id\":2,"));
