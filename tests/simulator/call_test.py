@@ -1,26 +1,23 @@
-"""Runs call, list and notify with the sensor hub on the library's socket path, in a private /dev.
-usage: call_test.py [EMULATOR...] ORVD_SIM SERVICE"""
+"""Runs call, list and notify with the sensor hub. usage: call_test.py [EMULATOR...] ORVD_SIM SERVICE"""
 import json
 import os
 import re
-import signal
 import sys
 import tempfile
-import time
+from pathlib import Path
+from signal import SIGINT, SIGTERM
 from subprocess import DEVNULL, PIPE, Popen
 
+from desk import check_rows, in_folder, kill, wait
+
 *EMULATOR, SIM, SERVICE = sys.argv[1:]
-SOCKET = "/dev/socket/orvd"
 ok = r"return 0, status 0, [\d.]+ ms\n"
 failed = r"return -1, status -1, [\d.]+ ms\n"
 TEMPERATURE = re.escape('{"celsius":21.5,"sensor":"skin"}\n') + ok
-folder = tempfile.TemporaryDirectory()
 FILES = {"lines": 'str:a "b"\n\nu16:400\ni32[]:1,2\n', "bad": "u8:1\n\nu8:x\n", "twice": "@1=u8:1\n@1=u8:2\n",
          "list": '[{"id":1,"type":"vector","vec_type":"double","value":[2,4]}]', "broken": "[1\n", "empty": ""}
-for name, content in FILES.items():
-    with open(f"{folder.name}/{name}", "w", encoding="utf-8") as file:
-        file.write(content)
-# Words, standard input (None: a folder), exit code, a pattern of the whole output, a part of the errors.
+# Words, standard input (None: a folder), exit code, a pattern of the whole output, a part of the errors. Each row has a
+# service of its own.
 ROWS = [
     ("list", "", 0, r"service process \d+, 1 opcodes\nopcode      state       subsystems  token\n"
      r"0x0000a001  ready       1,2         sensor-hub-token\n", ""),
@@ -33,8 +30,8 @@ ROWS = [
      '{"name":"x","rate":400,"axes":3}\n' + ok, ""),
     ("call 0xa001 average f64[]:1.5,2,4 --json", "", 0,
      r'{"function":"average","return":0,"status":0,"func":{"average":2.5,"count":3},"latency_us":\d+}\n', ""),
-    ("call 0xa001 average --args FOLDER/list", "", 0, '{"average":3,"count":2}\n' + ok, ""),
-    ("call 0xa001 read_temperature --args FOLDER/lines", "", 0, TEMPERATURE, ""),
+    ("call 0xa001 average --args list", "", 0, '{"average":3,"count":2}\n' + ok, ""),
+    ("call 0xa001 read_temperature --args lines", "", 0, TEMPERATURE, ""),
     ("call 0xa001 read_temperature --repeat 3", "", 0, f"({TEMPERATURE}){{3}}"
      r"3 calls, 3 with success, 0 with a failure, 0 without an answer; latency median [\d.]+ ms, largest [\d.]+ ms\n",
      ""),
@@ -57,11 +54,6 @@ ROWS = [
      "standard input:1: argument 1 'u8:x': expected uint8, a whole number from 0 to 255, got 'x'\n"
      "orvd-sim: standard input:2: the quote ' does not end\n"),
     ("call 0xa001 --session", None, 2, "", "orvd-sim: standard input: Is a directory\n"),
-    ("notify state screen on", "", 0, "state screen on: handled, session 1\n", ""),
-    # What the state changes: the hub now needs a second permission.
-    ("call 0xa001 check_access --info client.name=a --deny user.activity", "", 1, "{}\n" + failed, ""),
-    ("notify state screen off --session 5 --package p", "", 0, "state screen off: handled, session 5\n", ""),
-    ("call 0xa001 check_access --info client.name=a --deny user.activity", "", 0, '{"granted".*\n' + ok, ""),
     ("notify setting language en --opcode 0xa001", "", 0, "setting language en: handled, session 1\n", ""),
     ("notify permission sensor.read withdrawn", "", 0, "permission sensor.read withdrawn: handled, session 1\n", ""),
     ("notify state a b --opcode 0xa002 --patience 3", "", 1, "", "opcode 0x0000a002 is not ready"),
@@ -71,11 +63,11 @@ ROWS = [
         ("call 1 f u8:256", "argument 1 'u8:256': expected uint8, a whole number from 0 to 255, got '256'"),
         ("call 1 f u8:1 struct:[]", "argument 2 'struct:[]': has the key 1 like argument 1"),
         ("call 1 f --session", "--session takes FUNCTION from the standard input"),
-        ("call 1 f u8:1 --args FOLDER/lines", "--args goes with FUNCTION and no other arguments"),
-        ("call 1 f --args FOLDER/none", "FOLDER/none: cannot be read"), ("call 1 f --args FOLDER", ": cannot be read"),
-        ("call 1 f --args FOLDER/bad", "FOLDER/bad:3: 'u8:x': expected uint8"),
-        ("call 1 f --args FOLDER/twice", "FOLDER/twice: argument 2 '@1=u8:2': has the key 1"),
-        ("call 1 f --args FOLDER/broken", "FOLDER/broken: expected a JSON list of arguments"),
+        ("call 1 f u8:1 --args lines", "--args goes with FUNCTION and no other arguments"),
+        ("call 1 f --args none", "none: cannot be read"), ("call 1 f --args .", ".: cannot be read"),
+        ("call 1 f --args bad", "bad:3: 'u8:x': expected uint8"),
+        ("call 1 f --args twice", "twice: argument 2 '@1=u8:2': has the key 1"),
+        ("call 1 f --args broken", "broken: expected a JSON list of arguments"),
         ("call 1 f --info x", "--info: expected NAME=VALUE, got 'x'"), ("call 1 f --subsystem x", "--subsystem: expected"),
         ("call 1 f --repeat 0", "--repeat: expected a number from 1"), ("call 1 f --patience 0", "--patience: expected"),
         ("call 1 f --path /proc/x", "/proc/x"), ("list x", "'x' is one word too many"), ("list --settle x", "--settle: "),
@@ -83,89 +75,96 @@ ROWS = [
         ("notify permission x y", "expected granted or withdrawn, got 'y'"))),
     ("call --help", "", 0, r"usage: orvd-sim call .*struct:\[.*--unchecked .*Examples:\n.*", ""),
     ("list --help", "", 0, "usage: orvd-sim list .*", ""), ("notify --help", "", 0, "usage: orvd-sim notify .*", "")]
+# With one service: when the screen is on, it needs a second permission.
+IN_ORDER = [
+    ("notify state screen on", "", 0, "state screen on: handled, session 1\n", ""),
+    ("call 0xa001 check_access --info client.name=a --deny user.activity", "", 1, "{}\n" + failed, ""),
+    ("notify state screen off --session 5 --package p", "", 0, "state screen off: handled, session 5\n", ""),
+    ("call 0xa001 check_access --info client.name=a --deny user.activity", "", 0, '{"granted".*\n' + ok, "")]
 ALONE = [(f"{words} --patience 1", "", 1, output, f"{why}no service is connected") for words, output, why in (
     ("list", "", ""), ("notify state x y", "", ""), ("list --json", '{"error":"no service is connected.*"}\n', ""),
     ("call 0xa001 f --json", '{"error":"opcode 0x0000a001 is.*"}\n', "0x0000a001 is not ready within 1000 ms: "))]
 
 
-def start(*words, stdin=PIPE):
-    return Popen([*EMULATOR, *words], stdin=stdin, stdout=PIPE, stderr=PIPE, text=True)
+def start(folder, *words, stdin=PIPE):
+    command = [*EMULATOR, SIM, words[0], "--path", folder + "/orvd", *words[1:]]
+    return Popen(command, cwd=folder, stdin=stdin, stdout=PIPE, stderr=PIPE, text=True)
 
 
-def hub():
-    return Popen([*EMULATOR, SERVICE], stdout=DEVNULL, stderr=DEVNULL)
+def hub(folder):
+    return Popen(in_folder(folder, *EMULATOR, SERVICE), stdout=DEVNULL, stderr=DEVNULL)
 
 
-def end(program):
-    program.terminate()
-    return program.wait()
-
-
-def check(row):
+def problem(folder, row):
     words, text, code, output, errors = row
-    stdin = os.open(folder.name, os.O_RDONLY) if text is None else PIPE
-    program = start(SIM, *words.replace("FOLDER", folder.name).split(), stdin=stdin)
+    program = start(folder, *words.split(), stdin=os.open(folder, os.O_RDONLY) if text is None else PIPE)
     printed, complained = program.communicate(text)
     good = program.returncode == code and re.fullmatch(output, printed, re.DOTALL) \
-        and errors.replace("FOLDER", folder.name) in complained and bool(errors) == bool(complained)
+        and errors in complained and bool(errors) == bool(complained)
     return "" if good else f"{row}\n  {program.returncode} {printed!r} {complained!r}"
 
 
-def session_after_loss():
+def commands(folder, *rows):
+    for name, content in FILES.items():
+        Path(folder, name).write_text(content, encoding="utf-8")
+    service = hub(folder)
+    problems = [problem(folder, row) for row in rows]
+    kill(service)
+    return "\n".join(filter(None, problems))
+
+
+def session_after_loss(folder):
     """The next line of a session gets a new session when the service was replaced."""
-    service, manager = hub(), start(SIM, "call", "0xa001", "--session", "--json")
+    service, manager = hub(folder), start(folder, "call", "0xa001", "--session", "--json")
     answers = []
     for function in ("average f64[]:1", "average f64[]:2"):
         manager.stdin.write(function + "\n")
         manager.stdin.flush()
-        answers.append(json.loads(manager.stdout.readline()))
-        service.kill()
-        service.wait()
-        service = hub()
+        answers.append(json.loads(manager.stdout.readline()).get("func"))
+        kill(service)
+        service = hub(folder)
     manager.stdin.close()
     code = manager.wait()
-    end(service)
-    wrong = [answer.get("func") for answer in answers] != [{"average": 1.0, "count": 1}, {"average": 2.0, "count": 1}]
-    return f"session after a loss: {code} {answers}" if wrong else ""
+    kill(service)
+    return "" if answers == [{"average": 1.0, "count": 1}, {"average": 2.0, "count": 1}] else f"{code} {answers}"
 
 
-def given_up():
+def given_up(folder):
     """Repeated calls end when the service does not come back."""
-    service, manager = hub(), start(SIM, *"call 0xa001 read_temperature --repeat 1000000 --patience 1".split())
+    service = hub(folder)
+    manager = start(folder, *"call 0xa001 read_temperature --repeat 1000000 --patience 1".split())
     manager.stdout.readline()
-    service.kill()
-    service.wait()
+    kill(service)
     complained = manager.communicate()[1]
     return "" if manager.returncode == 1 and complained.count("not ready within") == 1 else f"given up: {complained}"
 
 
-def stopped(number):
+def stopped(folder, number):
     """A signal ends a wait for a service. It is blocked when the socket appears."""
-    manager = start(SIM, "list", "--patience", "60")
-    while not os.path.exists(SOCKET):
-        time.sleep(0.01)
+    manager = start(folder, "list", "--patience", "60")
+    wait(lambda: os.path.exists(folder + "/orvd"))
     manager.send_signal(number)
     printed, complained = manager.communicate()
     return "" if (manager.returncode, printed, complained) == (1, "", "orvd-sim: interrupted\n") else \
         f"signal {number}: {manager.returncode} {printed} {complained}"
 
 
-def stopped_session():
+def stopped_session(folder):
     """A signal ends a session that waits for its next line."""
-    service, manager = hub(), start(SIM, "call", "0xa001", "--session")
+    service, manager = hub(folder), start(folder, "call", "0xa001", "--session")
     manager.stdin.write("read_temperature\n")
     manager.stdin.flush()
     manager.stdout.readline()
-    manager.send_signal(signal.SIGTERM)
+    manager.send_signal(SIGTERM)
     code = manager.wait()
-    end(service)
+    kill(service)
     return f"stopped session: {code}" if code else ""
 
 
-process = hub()
-problems = [check(row) for row in ROWS]
-if end(process) != 0:
-    problems.append("the service failed")
-problems += [check(row) for row in ALONE] + [session_after_loss(), given_up(), stopped_session(), stopped(signal.SIGINT),
-                                             stopped(signal.SIGTERM)]
-sys.exit("\n".join(filter(None, problems)) or 0)
+def check(test, *arguments):
+    with tempfile.TemporaryDirectory() as folder:
+        return test(folder, *arguments)
+
+
+check_rows(check, [(commands, *IN_ORDER), (given_up,), *((problem, row) for row in ALONE), (session_after_loss,),
+                   (stopped_session,), (stopped, SIGINT), (stopped, SIGTERM), *((commands, row) for row in ROWS)], 8)

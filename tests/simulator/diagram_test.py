@@ -11,7 +11,6 @@ import tempfile
 from html.parser import HTMLParser
 from pathlib import Path
 
-sys.dont_write_bytecode = True  # in the folder of the sources
 from chromium import Page
 
 BROWSER = sys.argv[1] == "--browser"
@@ -193,16 +192,6 @@ def cells(row):
 
 TABLE = "[...document.querySelectorAll('#functions tr')].map(row => [...row.cells].map(cell => cell.textContent))"
 FRAME = "new Promise(done => requestAnimationFrame(() => setTimeout(done)))"
-SLOWEST_ZOOM = """(async () => {
-  let most = 0;
-  for (const factor of [...Array(12).fill(0.5), ...Array(12).fill(2)]) {
-    const begin = performance.now();
-    zoom(factor);
-    await %s;
-    most = Math.max(most, performance.now() - begin);
-  }
-  return most;
-})()""" % FRAME
 STATUS = FRAME + ".then(() => $('status').textContent)"
 
 
@@ -283,9 +272,6 @@ def check_browser(chromium):
                 check_packet(page)
                 check_time_axis(page)
                 check(page.run("document.documentElement.scrollWidth <= innerWidth"), True, f"fits {width}")
-                slowest = page.run(SLOWEST_ZOOM)
-                print(f"{count} tasks: slowest zoom step {slowest:.0f} ms")
-                check(slowest < 5000, True, "zoom time")
                 check(page.run("window.broken"), None, "hostile text")
                 check(page.errors(), [], "errors")
 

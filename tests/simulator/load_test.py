@@ -1,18 +1,16 @@
-"""Runs orvd-sim load against the checking service. usage: load_test.py ORVD_SIM SERVICE BWRAP [EMULATOR...]
-
-Each row runs in a private /dev of its own, as a process of this program: load_test.py --row N ORVD_SIM SERVICE ...
-"""
+"""Runs orvd-sim load against the checking service. usage: load_test.py ORVD_SIM SERVICE"""
 import json
-import os
 import signal
 import sys
 import tempfile
-import time
-from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
-from subprocess import DEVNULL, PIPE, STDOUT, Popen, run
+from subprocess import DEVNULL, PIPE, Popen
 
-TASKS = "# calls\nsize u8:5 str[]:a,b\n\nnothing\n"
+from desk import check_rows, in_folder, kill, wait
+
+ORVD_SIM, SERVICE = sys.argv[1:]
+FILES = {"TASKS": "# calls\nsize u8:5 str[]:a,b\n\nnothing\n", "EMPTY": "# nothing\n",
+         "WRONG": "size\nsize i8:1 u8:256\n"}
 GOOD = ("missing", "duplicate", "wrong", "failed", "sessions_silent", "pairs_refused")
 
 
@@ -37,8 +35,8 @@ def restarted(r):
     return quiet(r) and r["service"]["processes"] == 2 and r["left_by_service"] == 1
 
 
-# What is done to load or service after the first line of progress, options of the service, words of load, exit code,
-# condition for the summary, part of the output without one.
+# What is done after the first line of progress, options of the service (None: there is none), words of load, exit code,
+# condition for the summary (without a service: part of the output).
 ROWS = [
     (None, "", "--count 6000 --sessions 3 --check --notify --strict", 0, plain),
     (None, "", "--count 2000 --opcode 0xa002 --sessions 1", 0, lambda r: quiet(r) and r["pairs_started"] == 2),
@@ -71,69 +69,49 @@ ROWS = [
 ]
 
 
-class Row:
-    """One row, in its private /dev."""
-
-    def __init__(self, row, load, service):
-        self.act, self.options, self.words, self.code, self.condition = row
-        # On the machine itself, less than 2 MB is no growth. An emulator grows by itself.
-        self.load, self.service = [*load, "--growth", "1000" if len(service) > 1 else "0"], service
-
-    def start_service(self):
-        return Popen([*self.service, *self.options.split()], stdout=DEVNULL, stderr=DEVNULL)
-
-    def start_load(self, errors):
-        return Popen([*self.load, "--json", *self.words.split()], stdout=PIPE, stderr=errors, text=True)
-
-    def interfere(self, load, service, progress):
-        while "answered" not in progress.read_text(encoding="utf-8") and load.poll() is None:
-            time.sleep(0.02)
-        if self.act.endswith("load"):
-            load.send_signal(signal.SIGTERM if self.act == "stop load" else signal.SIGKILL)
-        else:
-            service.kill()
-            service.wait()
-        return self.start_service() if self.act == "kill service" else service
-
-    def run(self, folder):
-        for name, text in (("TASKS", TASKS), ("EMPTY", "# nothing\n"), ("WRONG", "size\nsize i8:1 u8:256\n")):
-            Path(folder, name).write_text(text, encoding="utf-8")
-        os.chdir(folder)
-        if self.options is None:
-            load = run([*self.load, *self.words.split()], stdout=PIPE, stderr=STDOUT, text=True, check=False)
-            return self.judge(load.returncode, self.condition in load.stdout, load.stdout)
-        progress = Path(folder, "progress")
-        service = self.start_service()
-        with open(progress, "w", encoding="utf-8") as errors:
-            load = self.start_load(errors)
-            if self.act:
-                service = self.interfere(load, service, progress)
-            if self.act == "replace load":
-                load.communicate()
-                load = self.start_load(errors)
-            printed = load.communicate()[0]
-        service.kill()
-        service.wait()
-        is_right = printed.startswith("{") and self.condition(json.loads(printed))
-        return self.judge(load.returncode, is_right, printed + progress.read_text(encoding="utf-8"))
-
-    def judge(self, code, is_right, printed):
-        return "" if code == self.code and is_right else f"{self.options} {self.words}: exit code {code}, {printed}"
+def start_load(folder, words):
+    with open(folder + "/errors", "a", encoding="utf-8") as errors:
+        # A growth of less than 2 MB never counts.
+        words = ["--growth", "0", "--path", folder + "/orvd", *words.split()]
+        return Popen([ORVD_SIM, "load", *words], cwd=folder, stdout=PIPE, stderr=errors, text=True)
 
 
-def run_row(number, orvd_sim, service, *emulator):
+def start_service(folder, options):
+    return Popen(in_folder(folder, SERVICE, *options.split()), stdout=DEVNULL, stderr=DEVNULL)
+
+
+def serve(load, folder, act, options, words):
+    """Runs a service for load, and acts. Returns the load whose summary counts, and the service."""
+    service = start_service(folder, options)
+    if act:
+        wait(lambda: "answered" in Path(folder, "errors").read_text("utf-8") or load.poll() is not None)
+    if act == "stop load":
+        load.send_signal(signal.SIGTERM)
+    elif act == "replace load":
+        load.kill()
+        load.wait()
+        load = start_load(folder, words)
+    elif act:
+        kill(service)
+    return load, start_service(folder, options) if act == "kill service" else service
+
+
+def check(act, options, words, code, condition):
     with tempfile.TemporaryDirectory() as folder:
-        return Row(ROWS[number], [*emulator, orvd_sim, "load"], [*emulator, service]).run(folder)
+        for name, text in FILES.items():
+            Path(folder, name).write_text(text, encoding="utf-8")
+        words += "" if options is None else " --json"
+        load, service = start_load(folder, words), None
+        if options is not None:
+            load, service = serve(load, folder, act, options, words)
+        printed = load.communicate()[0]
+        errors = Path(folder, "errors").read_text("utf-8")
+        if service:
+            kill(service)
+            good = printed.startswith("{") and condition(json.loads(printed))
+        else:
+            good = condition in printed + errors
+    return "" if good and load.returncode == code else f"{options} {words}: {load.returncode}, {printed}{errors}"
 
 
-def run_in_private_dev(number):
-    orvd_sim, service, bwrap, *emulator = sys.argv[1:]
-    private = [bwrap, "--die-with-parent", "--bind", "/", "/", "--dev", "/dev", "--dir", "/dev/socket", "--"]
-    return run([*private, sys.executable, __file__, "--row", str(number), orvd_sim, service, *emulator],
-               stdout=PIPE, stderr=STDOUT, text=True, check=False).stdout
-
-
-if sys.argv[1] == "--row":
-    sys.exit(run_row(int(sys.argv[2]), *sys.argv[3:]) or 0)
-with ThreadPoolExecutor(6) as pool:
-    sys.exit("\n".join(filter(None, pool.map(run_in_private_dev, range(len(ROWS))))) or 0)
+check_rows(check, ROWS, 6)

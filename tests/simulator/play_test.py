@@ -3,11 +3,12 @@ import socket
 import sys
 import tempfile
 import time
-from concurrent.futures import ThreadPoolExecutor
 from contextlib import suppress
 from pathlib import Path
 from signal import SIGINT
 from subprocess import PIPE, STDOUT, Popen
+
+from desk import check_rows
 
 READ = "read"  # the service receives a message; CAME in its later messages is replaced by that, by "end" or "reset"
 AGAIN = "again"  # the service closes and connects again
@@ -167,20 +168,18 @@ class Service:
         self.connection.close()
 
 
-def play(row):
-    text, acts, code, output, *further = row
+def play(text, acts, code, output, further=""):
     with tempfile.TemporaryDirectory() as folder:
         scenario, path = Path(folder, "scenario"), folder + "/socket"
         scenario.write_text(text, encoding="utf-8")
-        options = ["--color", "always", "--pace", "1", "--path", path, *" ".join(further).split()]
+        options = ["--color", "always", "--pace", "1", "--path", path, *further.split()]
         arguments = text.split() if acts is None else [scenario, *options]
         manager = Popen([*sys.argv[1:], *arguments], stdout=PIPE, stderr=STDOUT, cwd=folder)
         if acts:
             Service(path, manager).serve(acts)
         printed = manager.communicate()[0].decode()
     good = manager.returncode == code and output in printed
-    return "" if good else f"{str(row)[:1000]}: {manager.returncode}, {printed}"
+    return "" if good else f"{text[:1000]} {acts}: {manager.returncode}, {printed}"
 
 
-with ThreadPoolExecutor(16) as pool:
-    sys.exit("\n".join(filter(None, pool.map(play, ROWS))) or 0)
+check_rows(play, ROWS, 16)

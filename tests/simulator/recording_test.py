@@ -5,12 +5,12 @@ import re
 import socket
 import sys
 import tempfile
-import time
-from concurrent.futures import ThreadPoolExecutor
 from contextlib import suppress
 from pathlib import Path
 from signal import SIG_DFL, SIGHUP, SIGINT, signal
 from subprocess import DEVNULL, PIPE, STDOUT, Popen, run
+
+from desk import check_rows, wait
 
 SIM, SERVICE = sys.argv[1:-1], [*sys.argv[1:-2], sys.argv[-1]]
 EMULATED = len(SIM) > 1
@@ -26,13 +26,6 @@ STARTED = []
 def start(command, **options):
     STARTED.append(Popen(command, **{"stdout": PIPE, "stderr": STDOUT, "text": True, **options}))
     return STARTED[-1]
-
-
-def wait(condition):
-    end = time.monotonic() + 20
-    while not condition():
-        assert time.monotonic() < end, "nothing happens"
-        time.sleep(0.005)
 
 
 def seqpacket():
@@ -98,15 +91,6 @@ def packets_pass():
     assert "610 packets, " in printed and ", 2 connections, " in printed, printed[-200:]
     assert [line["hex"] for line in lines if line.get("conn") == 1 and "hex" in line] == [
         "ff" * size for size in (0, 1, 4096, 4097, 200000)]
-
-
-def one_mebibyte_passes():
-    monitored = Monitored()
-    service, manager = monitored.connect()
-    service.setsockopt(socket.SOL_SOCKET, 32, 1 << 20)  # SO_SNDBUFFORCE, with privileges only
-    service.send(bytes(1 << 20))
-    assert receive(manager) == bytes(1 << 20)
-    monitored.end()
 
 
 def a_full_side_stops_the_other():
@@ -351,20 +335,9 @@ TESTS = [(packets_pass,), (a_full_side_stops_the_other,), (a_service_is_refused_
          *((ends_pass, *row) for row in ENDS if not EMULATED or row[1] != "unread"),  # needs SO_PEEK_OFF
          *((lines_are_printed, *row) for row in LINES), *((replays, *row) for row in REPLAYS),
          *((is_used, *row) for row in USES)]
-if os.geteuid() == 0:
-    TESTS.append((one_mebibyte_passes,))
 
-
-def attempt(row):
-    try:
-        row[0](*row[1:])
-        return ""
-    except Exception as error:  # pylint: disable=broad-except
-        return f"{row[0].__name__}{row[1:]}: {type(error).__name__} {error}"
-
-
-with ThreadPoolExecutor(8) as executor:
-    FAILURES = list(filter(None, executor.map(attempt, TESTS)))
-for process in STARTED:
-    process.kill()
-sys.exit("\n".join(FAILURES) or 0)
+try:
+    check_rows(lambda test, *row: test(*row), TESTS, 8)
+finally:
+    for process in STARTED:
+        process.kill()

@@ -3,18 +3,18 @@ usage: scenarios_test.py FOLDER EXAMPLES [EMULATOR...] ORVD_SIM"""
 import os
 import sys
 import tempfile
-from concurrent.futures import ThreadPoolExecutor
 from contextlib import suppress
 from pathlib import Path
 from subprocess import PIPE, STDOUT, Popen, TimeoutExpired
 
+from desk import check_rows, in_folder, kill
+
 FOLDER, EXAMPLES, EMULATOR, ORVD_SIM = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3:-1], sys.argv[-1]
-PRIVATE_DEV = ("bwrap", "--die-with-parent", "--bind", "/", "/", "--dev", "/dev", "--bind")
 
 
 def start_service(scenario, folder, log):
     service = EXAMPLES / scenario.read_text(encoding="utf-8").split("\n", 1)[0].removeprefix("# Service: examples/")
-    return Popen([*PRIVATE_DEV, folder, "/dev/socket", "--", *EMULATOR, service], stdout=log, stderr=STDOUT)
+    return Popen(in_folder(folder, *EMULATOR, service), stdout=log, stderr=STDOUT)
 
 
 def play(scenario):
@@ -30,8 +30,7 @@ def play(scenario):
                 codes.add(service.returncode)
                 service = start_service(scenario, folder, log)
         manager.kill()
-        service.kill()
-        service.wait()
+        kill(service)
         printed = manager.communicate()[0]
         log.seek(0)
         good = manager.returncode == 0 and codes <= {0, 1}
@@ -39,5 +38,5 @@ def play(scenario):
 
 
 scenarios = sorted(FOLDER.glob("*.scenario"))
-with ThreadPoolExecutor(4 * (os.cpu_count() or 1)) as pool:
-    sys.exit("\n".join(filter(None, pool.map(play, scenarios))) or (0 if scenarios else f"{FOLDER}: no scenario"))
+assert scenarios
+check_rows(play, zip(scenarios), 4 * os.cpu_count())
