@@ -33,12 +33,6 @@ struct Plant {
   std::uint64_t every = 1;
 };
 
-struct Client {
-  explicit Client(std::uint32_t its_id) : id(its_id) {}
-  const std::uint32_t id;
-  std::atomic<std::uint64_t> tasks{0};
-};
-
 void Require(bool condition, const std::string& what) {
   if (!condition) {
     throw orvex::Failure(what);
@@ -49,20 +43,14 @@ void Require(bool condition, const std::string& what) {
 
 template <typename T>
 Json::Value JsonOf(const T& value) {
-  if constexpr (std::is_same_v<T, std::int64_t>) {
-    return static_cast<Json::Int64>(value);
-  } else if constexpr (std::is_same_v<T, std::uint64_t>) {
-    return static_cast<Json::UInt64>(value);
-  } else {
-    return value;
-  }
+  return value;
 }
 
 template <typename T>
 Json::Value JsonOf(const std::vector<T>& values) {
   Json::Value list = Json::arrayValue;
   for (auto&& value : values) {
-    list.append(JsonOf<T>(value));
+    list.append(Json::Value(value));
   }
   return list;
 }
@@ -116,11 +104,8 @@ void CheckQueries(const orvex::Call& call, std::uint64_t number) {
 }
 
 void CheckState(const orvex::Call& call) {
-  const auto client = call.State<Client>();  // null if the session has ended before
-  Require(client == nullptr || client->id == call.session(), "the state is of another session");
-  if (client != nullptr) {
-    ++client->tasks;
-  }
+  const auto session = call.State<std::uint32_t>();  // null if the session has ended before
+  Require(session == nullptr || *session == call.session(), "the state is of another session");
 }
 
 // load numbers the notifications of a connection from 1 on.
@@ -193,26 +178,13 @@ struct Checker {
   }
 };
 
-Plant ReadPlant(int argc, char** argv) {
-  const std::vector<std::string> words(argv + 1, argv + argc);
-  if (words.empty()) {
-    return {};
-  }
-  const bool is_known = words.size() == 3 && words[0] == "--plant" &&
-                        (words[1] == "lost" || words[1] == "double" || words[1] == "leak");
-  const std::uint64_t every = is_known ? std::strtoull(words[2].c_str(), nullptr, 10) : 0;
-  if (every == 0) {
-    std::cerr << "usage: checking_service [--plant lost|double|leak EVERY]\n";
-    std::exit(2);
-  }
-  return {words[1], every};
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   const auto checker = std::make_shared<Checker>();
-  checker->plant = ReadPlant(argc, argv);
+  if (argc == 4 && std::string(argv[1]) == "--plant") {
+    checker->plant = {argv[2], std::stoull(argv[3])};
+  }
   static_cast<void>(ExpectedText(0));
   mallopt(M_ARENA_MAX, 1);  // many arenas grow for minutes, which looks like a leak
   android::base::SetProperty("persist.vendor.orvex.clientlib.debug_level", "0");
@@ -227,7 +199,7 @@ int main(int argc, char** argv) {
       return orvex::Object{{"size", arguments.size()}};
     });
     api.OnSessionStart([](orvex::Session& session) {
-      session.Emplace<Client>(session.id());
+      session.Emplace<std::uint32_t>(session.id());
       return true;
     });
     first_subsystem += 2;

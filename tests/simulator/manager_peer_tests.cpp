@@ -74,21 +74,27 @@ TEST(ManagerPeer, KeepsTheLatestEntriesWithinItsLimits) {
   EXPECT_THAT(Texts(peer), testing::ElementsAre("6", "789"));
 }
 
-TEST(ManagerPeer, ReportsMessagesThatItCouldNotKeep) {
-  ManagerPeer peer(kPath);
-  std::atomic<std::size_t> ruled{0};
-  peer.SetRule("M", [&ruled](const std::string&) {
-    ++ruled;
-    return std::nullopt;
-  });
-  {
-    const Client client;
-    for (std::size_t i = 0; i < orvd::kUnreadMessages + 2; ++i) {
-      client.Send("M");
-    }
+// Each message has run its rule when it was received, also when it is not kept.
+struct RuledPeer : ManagerPeer {
+  RuledPeer() : ManagerPeer(kPath) {
+    SetRule("M", [this](const std::string&) { return ++ruled, std::nullopt; });
   }
-  ASSERT_TRUE(peer.WaitEnded(1));
-  EXPECT_EQ(ruled, orvd::kUnreadMessages + 2);
+  void Receive(std::size_t count) {
+    {
+      const Client client;
+      for (std::size_t i = 0; i < count; ++i) {
+        client.Send("M");
+      }
+    }
+    ASSERT_TRUE(WaitEnded(1));
+    EXPECT_EQ(ruled, count);
+  }
+  std::atomic<std::size_t> ruled{0};
+};
+
+TEST(ManagerPeer, ReportsMessagesThatItCouldNotKeep) {
+  RuledPeer peer;
+  peer.Receive(orvd::kUnreadMessages + 2);
   for (std::size_t i = 0; i < orvd::kUnreadMessages; ++i) {
     ASSERT_EQ(peer.Next(), "M");
   }
@@ -99,19 +105,9 @@ TEST(ManagerPeer, ReportsMessagesThatItCouldNotKeep) {
 }
 
 TEST(ManagerPeer, DiscardsMessagesButRunsTheirRules) {
-  ManagerPeer peer(kPath);
+  RuledPeer peer;
   peer.DiscardMessages();
-  std::atomic<bool> ruled{false};
-  peer.SetRule("M", [&ruled](const std::string&) {
-    ruled = true;
-    return std::nullopt;
-  });
-  {
-    const Client client;
-    client.Send("M");
-  }
-  ASSERT_TRUE(peer.WaitEnded(1));
-  EXPECT_TRUE(ruled);
+  peer.Receive(1);
   EXPECT_EQ(peer.Next(Milliseconds(0)), std::nullopt);
 }
 

@@ -2,8 +2,6 @@
 
 #include <json/writer.h>
 
-#include <future>
-
 #include "orvex_simulator/json_text.h"
 #include "orvex_simulator/messages.h"
 #include "orvex_simulator/simulated_manager.h"
@@ -17,10 +15,10 @@ extern "C" const char* __lsan_default_suppressions() {
 
 namespace {
 
-using orvd::BadArgument;
 using orvd::Check;
 using orvd::ManagerError;
 using orvd::Milliseconds;
+using testing::AllOf, testing::HasSubstr, testing::StartsWith;
 
 constexpr uint32_t kOpcode = 0x10;
 
@@ -57,7 +55,7 @@ class SimulatedManagerTest : public testing::Test {
 };
 
 auto Fails(const char* why) {
-  return testing::ThrowsMessage<ManagerError>(testing::HasSubstr(why));
+  return testing::ThrowsMessage<ManagerError>(HasSubstr(why));
 }
 
 TEST_F(SimulatedManagerTest, PassesEachType) {
@@ -77,9 +75,6 @@ TEST_F(SimulatedManagerTest, PassesEachType) {
       {"bool:true", "1:11=true"},
       {"enum:-2", "1:12=-2"},
       {"blob:QUJD==", R"(1:13="QUJD==")"},
-      {"cb", "null"},
-      {"none:1", "null"},
-      {"@-7=u8:1", "-7:1=1"},
       {"u8[]:1,0x2", "1:17=[1,2]"},
       {"f64[]:", "1:25=[]"},
       {"i64[]:[-1,9223372036854775807]", "1:24=[-1,9223372036854775807]"},
@@ -96,6 +91,15 @@ TEST_F(SimulatedManagerTest, PassesEachType) {
   }
   EXPECT_EQ(Queued(session.Call("echo", {"struct:[]", "u8:5", "str:x"})),
             R"(0:16={} 2:1=5 3:10="x")");
+}
+
+std::string Refusal(const std::vector<std::string>& words) {
+  try {
+    orvd::Arguments(words);
+  } catch (const orvd::BadArgument& refusal) {
+    return refusal.what();
+  }
+  return "none";
 }
 
 TEST(TypedArgumentsTest, AreRefusedByName) {
@@ -127,18 +131,9 @@ TEST(TypedArgumentsTest, AreRefusedByName) {
       {"@2", "a 32-bit number as ID"},
   };
   for (const auto& [text, why] : rows) {
-    EXPECT_THAT(
-        [&text_ = text] {
-          orvd::Arguments({"u8:1", text_});
-        },
-        testing::ThrowsMessage<BadArgument>(
-            testing::AllOf(testing::StartsWith("argument 2 '" + text), testing::HasSubstr(why))));
+    EXPECT_THAT(Refusal({"u8:1", text}), AllOf(StartsWith("argument 2 '" + text), HasSubstr(why)));
   }
-  EXPECT_THAT(
-      [] {
-        orvd::Arguments({"u8:1", "struct:[]"});
-      },
-      testing::ThrowsMessage<BadArgument>(testing::HasSubstr("key 1 like argument 1")));
+  EXPECT_THAT(Refusal({"u8:1", "struct:[]"}), HasSubstr("key 1 like argument 1"));
 }
 
 TEST_F(SimulatedManagerTest, SendsUncheckedArguments) {
@@ -163,7 +158,7 @@ TEST_F(SimulatedManagerTest, TakesGeneratedArguments) {
     const orvd::Answer answer =
         session.Await(session.SendArgs("echo", orvd::GeneratedArguments(seed)));
     for (int key = 2; key <= 27; ++key) {
-      EXPECT_THAT(Queued(answer), testing::HasSubstr(" " + std::to_string(key) + ":"));
+      EXPECT_THAT(Queued(answer), HasSubstr(" " + std::to_string(key) + ":"));
     }
     queued.insert(Queued(answer));
   }
@@ -240,6 +235,8 @@ TEST_F(SimulatedManagerTest, NamesWhatWentWrong) {
               Fails(R"(is not JSON: {"opcode":)"));
   EXPECT_THAT([&] { session.Await(77); }, Fails("task 77 is not awaited"));
   EXPECT_EQ(manager.unexpected_answers(), 0U);
+  manager.Send(orvd::TaskMessage(session.id(), kOpcode, 2, 500, "echo", Json::arrayValue));
+  EXPECT_TRUE(Eventually([&] { return manager.unexpected_answers() == 1; }));
 }
 
 TEST_F(SimulatedManagerTest, ForgetsTheLastConnection) {
@@ -254,23 +251,6 @@ TEST_F(SimulatedManagerTest, ForgetsTheLastConnection) {
   orvd_svc_deinit(kServiceId);
   Offer();
   EXPECT_TRUE(manager.OpenSession(kOpcode).Call("echo").ok());
-}
-
-TEST_F(SimulatedManagerTest, CountsAnswersThatNobodyAwaits) {
-  Offer();
-  orvd::ManagedSession session = manager.OpenSession(kOpcode);
-  manager.Send(orvd::TaskMessage(session.id(), kOpcode, 2, 500, "echo", Json::arrayValue));
-  EXPECT_TRUE(Eventually([&] { return manager.unexpected_answers() == 1; }));
-}
-
-TEST_F(SimulatedManagerTest, EndsWaitsWhenInterrupted) {
-  Offer();
-  const auto waiting = std::async(std::launch::async, [&] {
-    EXPECT_THAT([&] { manager.WaitReady(9); }, Fails("interrupted"));
-  });
-  manager.Interrupt();
-  waiting.wait();
-  EXPECT_THAT([&] { manager.OpenSession(kOpcode); }, Fails("interrupted"));
 }
 
 }  // namespace
