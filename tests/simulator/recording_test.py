@@ -279,24 +279,8 @@ def is_used(arguments, recording, code, output):
     assert done.returncode == code and len(re.findall(pattern, done.stdout)) == 1, (done.returncode, done.stdout)
 
 
-CONVERSATION = """answer INIT {"service_id":7}
-answer AUTH {"result":0}
-answer REDY {"result":0}
-expect REDY
-send {"req_type":"start_session","session_id":9,"opcodes":[{"id":"0xa001","subsystems":[{"id":1}]}]}
-expect start_session
-send {"req_type":"ready_session","session_id":9,"opcodes":[{"id":"0xa001","subsystems":[{"id":1}]}]}
-task {"transac_id":1,"session_id":9,"subsys_id":1,"opcode":"0xa001","func":{"name":"read_temperature"}}
-result {"transac_id":1,"func":{"celsius":21.5}}
-answer PERMISSION {"status":0,"PermRes":["1"]}
-answer INFO_QUERY {"QueryInfosRes":["SUCCESS:navigation"]}
-answer INFO_MNTR {"QueryInfosRes":["SUCCESS:on"]}
-task {"transac_id":2,"session_id":9,"subsys_id":1,"opcode":"0xa001","func":{"name":"check_access"}}
-result {"transac_id":2,"func":{"granted":1}}
-hang-up close
-connection
-expect REDY
-"""
+CONVERSATION = Path("../../simulator/scenarios/permission_query.scenario").read_text(
+    "utf-8") + "hang-up close\nconnection\nexpect REDY\n"
 PATH = "/dev/socket/orvd"
 
 
