@@ -135,18 +135,18 @@ bool RecordSupported(Generation generation, uint32_t opcode, const ApiDefinition
   return CurrentGeneration() == generation;
 }
 
-int32_t RequestRegistration(uint32_t opcode, std::shared_ptr<Connection> connection,
-                            const std::string& request) {
+bool RequestRegistration(uint32_t opcode, std::shared_ptr<Connection> connection,
+                         const std::string& request) {
   const RegsAuthMetaData record = InsertPending(opcode);
   if (SendOn(std::move(connection), request.c_str()) != 0) {
     LOG_AT(kFailure, "ORVEX service authenticate and registration failed to send to manager.");
-    return -1;
+    return false;
   }
   if (AwaitVerdict(opcode, record) < 0) {
     LOG_AT(kFailure, "ORVEX service auth registration failed.");
-    return -1;
+    return false;
   }
-  return 0;
+  return true;
 }
 
 }  // namespace
@@ -178,8 +178,8 @@ int32_t _orvd_svc_register_auth(uint32_t service_id, uint32_t opcode, const char
   if (failure != 0) {
     return failure;
   }
-  if (RequestRegistration(opcode, std::move(connection),
-                          AuthRequest(service_id, opcode, json, token)) != 0) {
+  if (!RequestRegistration(opcode, std::move(connection),
+                           AuthRequest(service_id, opcode, json, token))) {
     return -1;
   }
   if (!RecordSupported(generation, opcode, definition)) {
