@@ -1,115 +1,145 @@
-// The baseline: a hand-written service without the library. It receives into one buffer, parses
+// The baseline: a service written by hand, without the library. It receives into one buffer, parses
 // with Json::Reader, reads the members of the message, answers each task from a detached
 // std::thread, and sets the received bytes to zero. It has no tables, no checks and no log.
 //
-// With the argument "decode" it also decodes the benchmark's arguments, with separate code for each
-// shape.
+// With the argument "decode" it also decodes the arguments, with separate code for each shape that
+// the benchmark sends, and checks type and range of the values.
 
 #include <json/reader.h>
-#include <json/value.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <limits>
 #include <mutex>
-#include <string>
+#include <optional>
 #include <thread>
-#include <vector>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 
-#include "decode_by_hand.h"
-#include "wire.h"
+#include "common.h"
 
 namespace {
-
-constexpr std::size_t kBufferSize = 524288;
 
 int g_socket = -1;
 bool g_decode = false;
 
-void Send(const std::string& text) {
-  if (send(g_socket, text.data(), text.size(), 0) < 0) {
+void Require(bool condition) {
+  if (!condition) {
     std::quick_exit(1);
   }
 }
 
+void Send(const std::string& text) {
+  Require(send(g_socket, text.data(), text.size(), 0) >= 0);
+}
+
 // --- Requests. The service waits for one answer at a time.
 
-std::mutex g_answer_mutex;
+std::mutex g_mutex;
 std::condition_variable g_answered;
-bool g_answer_is_there = false;
-std::size_t g_grants = 0;
+std::optional<std::size_t> g_answer;
 
 void Deliver(std::size_t grants) {
-  const std::lock_guard<std::mutex> lock(g_answer_mutex);
-  g_grants = grants;
-  g_answer_is_there = true;
+  const std::lock_guard<std::mutex> lock(g_mutex);
+  g_answer = grants;
   g_answered.notify_one();
 }
 
-bool AnswerIsThere() {
-  return g_answer_is_there;
+// Returns the number of granted permissions.
+std::size_t Request(const std::string& text) {
+  Send(text);
+  std::unique_lock<std::mutex> lock(g_mutex);
+  g_answered.wait_for(lock, std::chrono::seconds(3), [] { return g_answer.has_value(); });
+  return std::exchange(g_answer, std::nullopt).value_or(0);
 }
 
-void Exchange(const std::string& request) {
-  Send(request);
-  std::unique_lock<std::mutex> lock(g_answer_mutex);
-  g_answered.wait(lock, AnswerIsThere);
-  g_answer_is_there = false;
-}
-
-// Waits at most three seconds for the answer.
-std::size_t Query(const std::string& request) {
-  Send(request);
-  std::unique_lock<std::mutex> lock(g_answer_mutex);
-  g_answered.wait_until(lock, std::chrono::steady_clock::now() + std::chrono::seconds(3),
-                        AnswerIsThere);
-  g_answer_is_there = false;
-  return g_grants;
-}
-
-std::string PermissionRequest(const std::vector<std::string>& permissions, uint32_t query_id) {
+std::size_t Ask(const std::vector<std::string>& permissions) {
+  static uint32_t query_id = 0;
   std::string request = R"({"req_type":"PERMISSION","Session_Id":1,"service_id":7,"Permissions":[)";
   for (const std::string& permission : permissions) {
-    request += '"';
-    request += permission;
-    request += R"(",)";
+    request += (request.back() == '[' ? "\"" : ",\"") + permission + '"';
   }
-  request.pop_back();
-  return request + R"(],"QueryId":)" + std::to_string(query_id) + "}";
+  return Request(request + R"(],"QueryId":)" + std::to_string(++query_id) + "}");
 }
 
-bool Ask(const bench::Command& command) {
-  const std::vector<std::string> permissions = bench::Permissions(command.first);
-  bool answered = true;
-  for (uint32_t i = 1; i <= command.count; ++i) {
-    answered = Query(PermissionRequest(permissions, i)) == command.first && answered;
-  }
-  return answered;
-}
-
-void OfferOne(uint32_t opcode, uint32_t subsystems) {
-  const std::string definition = bench::Definition(opcode, subsystems);
+bool Offer(uint32_t opcode) {
+  const std::string definition = bench::Definition(opcode);
   const char* json = definition.c_str() + 8;
   Json::Value root;
-  Json::Reader().parse(json, json + strlen(json), root);
+  const bool parsed = Json::Reader().parse(json, json + strlen(json), root);
   const std::string number = std::to_string(opcode);
-  Exchange(R"({"req_type":"AUTH","Service_Id":7,"Opcode":)" + number + R"(,"api_def":)" + json +
-           R"(,"Token":")" + bench::kToken + R"("})");
-  Exchange(R"({"req_type":"REDY","Service_Id":7 ,"Opcode":)" + number + "}");
+  Request(R"({"req_type":"AUTH","Service_Id":7,"Opcode":)" + number + R"(,"api_def":)" + json +
+          R"(,"Token":")" + bench::kToken + R"("})");
+  Request(R"({"req_type":"REDY","Service_Id":7 ,"Opcode":)" + number + "}");
+  return parsed;
 }
 
-bool Offer(const bench::Command& command) {
-  for (uint32_t i = 0; i < command.count; ++i) {
-    OfferOne(command.first + i, 1);
+// --- Arguments
+
+struct Arguments {
+  std::tuple<uint8_t, uint16_t, uint32_t, uint64_t, int8_t, int16_t, int32_t, double, std::string,
+             bool>
+      scalars;
+  std::vector<uint32_t> unsigneds;
+  std::vector<int32_t> integers;
+  std::string text;
+  std::size_t count = 0;  // of the values
+};
+
+template <typename T>
+T Read(const Json::Value& value) {
+  if constexpr (std::is_integral_v<T> && sizeof(T) < sizeof(int) && !std::is_same_v<T, bool>) {
+    const int number = Read<int>(value);
+    Require(number >= std::numeric_limits<T>::min() && number <= std::numeric_limits<T>::max());
+    return static_cast<T>(number);
+  } else {
+    Require(value.is<T>());
+    return value.as<T>();
   }
-  return true;
+}
+
+template <typename... T>
+void ReadScalars(const Json::Value& args, std::tuple<T...>& scalars) {
+  Require(args.size() == sizeof...(T));
+  auto arg = args.begin();
+  scalars = {Read<T>((*arg++)["value"])...};
+}
+
+template <typename T>
+void ReadVector(const Json::Value& list, std::vector<T>& elements) {
+  elements.reserve(list.size());
+  for (const Json::Value& element : list) {
+    elements.push_back(Read<T>(element));
+  }
+}
+
+Arguments Decode(const Json::Value& func) {
+  const std::string name = func["name"].asString();
+  const Json::Value& args = func["args"];
+  Arguments decoded;
+  if (name == "scalars") {
+    ReadScalars(args, decoded.scalars);
+  } else if (name == "struct") {
+    for (const Json::Value& member : args[0]["members"]) {
+      decoded.integers.push_back(Read<int32_t>(member["value"]));
+    }
+  } else if (name == "uint32s") {
+    ReadVector(args[0]["value"], decoded.unsigneds);
+  } else if (name == "int32s") {
+    ReadVector(args[0]["value"], decoded.integers);
+  } else {
+    decoded.text = Read<std::string>(args[0]["value"]);
+  }
+  decoded.count = name == "scalars"
+                      ? args.size()
+                      : decoded.unsigneds.size() + decoded.integers.size() + decoded.text.size();
+  return decoded;
 }
 
 // --- Tasks
@@ -121,154 +151,106 @@ struct Call {
   int32_t transac_id;
 };
 
-void Answer(const Call& call, int result) {
-  std::string answer = R"({"opcode":"0x0000a001","name":")";
-  answer += call.name;
-  answer += R"(","subsys_id":")";
-  answer += std::to_string(call.subsys_id);
-  answer += R"(","req_type":"exec_task","return":)";
-  answer += std::to_string(result);
-  answer += R"(,"func":{"done":true},"transac_id":)";
-  answer += std::to_string(call.transac_id);
-  answer += R"(,"status": 0,"session_id":)";
-  answer += std::to_string(call.session_id);
-  answer += "}";
-  Send(answer);
-}
-
-int Execute(const bench::Command& command) {
-  return (command.what == "ask" ? Ask(command) : Offer(command)) ? 0 : -1;
+void Answer(const Call& call, std::size_t read) {
+  Send(R"({"opcode":"0x0000a001","name":")" + call.name + R"(","subsys_id":")" +
+       std::to_string(call.subsys_id) + R"(","req_type":"exec_task","return":0,"func":{"read":)" +
+       std::to_string(read) + R"(,"done":true},"transac_id":)" + std::to_string(call.transac_id) +
+       R"(,"status": 0,"session_id":)" + std::to_string(call.session_id) + "}");
 }
 
 void StartTask(const Json::Value& message) {
-  if (strtoul(message["opcode"].asCString(), nullptr, 16) != bench::kOpcode) {
-    return;
-  }
+  Require(strtoul(message["opcode"].asCString(), nullptr, 16) == bench::kOpcode);
   const Json::Value& func = message["func"];
   Call call{func["name"].asString(), message["subsys_id"].asUInt(), message["session_id"].asUInt(),
             message["transac_id"].asInt()};
   if (g_decode) {
-    std::thread([call = std::move(call), args = bench::DecodeByHand(func)]() mutable {
-      const int count = bench::CountDecoded(args);
+    std::thread([call = std::move(call), args = Decode(func)]() mutable {
+      const std::size_t count = args.count;
       args = {};
       Answer(call, count);
     }).detach();
     return;
   }
   std::thread([call = std::move(call)] {
-    const bench::Command command = bench::ParseCommand(call.name);
-    Answer(call, command.what.empty() ? 0 : Execute(command));
+    Answer(call, bench::IsCommand(call.name) ? bench::RunCommand(call.name, Ask, Offer) : 0);
   }).detach();
 }
 
-// --- Sessions
+// --- Other messages
 
-template <typename Visit>
-void ForEachPair(const Json::Value& message, Visit visit) {
+// Reads all pairs. Only the answer to "start_session" names them.
+void TakeSession(const std::string& type, const Json::Value& message) {
+  const bool starts = type == "start_session";
+  std::string pairs = R"(,"opcodes":[{"id":"0x0000a001","subsystems":[)";
+  uint32_t sum = 0;
   for (const Json::Value& opcode : message["opcodes"]) {
     for (const Json::Value& subsystem : opcode["subsystems"]) {
-      visit(subsystem["id"].asUInt());
+      const uint32_t ssid = subsystem["id"].asUInt();
+      sum += ssid;
+      pairs += starts ? R"({"id":)" + std::to_string(ssid) + "}," : "";
     }
   }
-}
-
-void StartSession(const Json::Value& message) {
-  std::string answer = R"({"req_type":"start_session","session_id":)";
-  answer += std::to_string(message["session_id"].asUInt());
-  answer += R"(,"Result":"Success","opcodes":[{"id":"0x0000a001","subsystems":[)";
-  ForEachPair(message, [&answer](uint32_t ssid) {
-    answer += R"({"id":)";
-    answer += std::to_string(ssid);
-    answer += "},";
-  });
-  answer.pop_back();
-  Send(answer + "]}]}");
-}
-
-void ReadySession(const Json::Value& message) {
-  uint32_t sum = 0;
-  ForEachPair(message, [&sum](uint32_t ssid) { sum += ssid; });
-  if (sum == 0) {
-    std::quick_exit(1);
+  Require(sum != 0);
+  pairs.pop_back();
+  if (type != "ready_session") {
+    Send(R"({"req_type":")" + type + R"(","session_id":)" +
+         std::to_string(message["session_id"].asUInt()) + R"(,"Result":"Success")" +
+         (starts ? pairs + "]}]}" : "}"));
   }
 }
 
-void EndSession(const Json::Value& message) {
-  ReadySession(message);
-  Send(R"({"req_type":"end_session","session_id":)" +
-       std::to_string(message["session_id"].asUInt()) + R"(,"Result":"Success"})");
+void TakeGrants(const Json::Value& message) {
+  std::size_t grants = 0;
+  for (const Json::Value& grant : message["PermRes"]) {
+    grants += std::stoi(grant.asString()) != 0 ? 1 : 0;
+  }
+  Deliver(grants);
 }
 
-// --- Messages
-
-void Notify(const Json::Value& message) {
+void TakeChange(const Json::Value& message) {
   const std::string state = message["state"].asString() + ":" + message["value"].asString();
   const std::string package = message["package"].asString();
-  if (state.empty() || package.empty() || message["session_id"].asUInt() == 0) {
-    std::quick_exit(1);
-  }
+  Require(!state.empty() && !package.empty() && message["session_id"].asUInt() != 0);
   Send("ACK");
 }
 
-void Handle(const Json::Value& message) {
+void Take(const Json::Value& message) {
   const std::string type = message["req_type"].asString();
   if (type == "exec_task") {
     StartTask(message);
-  } else if (type == "start_session") {
-    StartSession(message);
-  } else if (type == "ready_session") {
-    ReadySession(message);
-  } else if (type == "end_session") {
-    EndSession(message);
+  } else if (type == "start_session" || type == "ready_session" || type == "end_session") {
+    TakeSession(type, message);
   } else if (type == "PERMISSION") {
-    std::size_t grants = 0;
-    for (const Json::Value& grant : message["PermRes"]) {
-      grants += std::stoi(grant.asString()) != 0 ? 1 : 0;
-    }
-    Deliver(grants);
+    TakeGrants(message);
   } else if (type == "state_change") {
-    Notify(message);
+    TakeChange(message);
   } else {
     Deliver(0);
   }
 }
 
 void Receive() {
-  std::vector<char> buffer(kBufferSize);
+  std::vector<char> buffer(524288);
   Json::Reader reader;
   for (;;) {
     const ssize_t received = recv(g_socket, buffer.data(), buffer.size(), 0);
-    if (received <= 0) {
-      std::quick_exit(0);
-    }
     Json::Value message;
-    if (!reader.parse(buffer.data(), buffer.data() + received, message)) {
-      std::quick_exit(1);
-    }
-    Handle(message);
+    Require(received > 0 && reader.parse(buffer.data(), buffer.data() + received, message));
+    Take(message);
     memset(buffer.data(), 0, static_cast<std::size_t>(received));
-  }
-}
-
-void Connect() {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  strcpy(address.sun_path, "/dev/socket/orvd");
-  g_socket = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-  if (connect(g_socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-    std::quick_exit(1);
   }
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  g_decode = argc > 1 && strcmp(argv[1], "decode") == 0;
-  Connect();
+int main(int argc, char** /*argv*/) {
+  g_decode = argc > 1;
+  const sockaddr_un address{AF_UNIX, "/dev/socket/orvd"};
+  g_socket = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+  Require(connect(g_socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0);
   std::thread(Receive).detach();
-  Exchange(R"({"req_type":"INIT"})");
-  OfferOne(bench::kOpcode, bench::kSubsystems);
+  Request(R"({"req_type":"INIT"})");
+  Offer(bench::kOpcode);
   for (;;) {
     pause();
   }

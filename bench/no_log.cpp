@@ -1,8 +1,4 @@
-// Log calls end in this empty function: the benchmark does not measure the cost of the platform's
-// log.
-
-extern "C" int __android_log_print(int /*priority*/, const char* /*tag*/, const char* /*format*/,
-                                   ...);
+// Log calls end in this empty function: the benchmark does not measure the platform's log.
 
 extern "C" int __android_log_print(int /*priority*/, const char* /*tag*/, const char* /*format*/,
                                    ...) {
