@@ -3,6 +3,7 @@ import os
 import sys
 import time
 from concurrent.futures import ThreadPoolExecutor
+from contextlib import suppress
 from pathlib import Path
 from signal import SIGKILL
 
@@ -18,7 +19,8 @@ def kill(started):
     if started.poll() is None:
         children = Path(f"/proc/{started.pid}/task/{started.pid}/children").read_text("utf-8").split()
         for process in children or [started.pid]:  # bwrap waits for its child. At first it has none.
-            os.kill(int(process), SIGKILL)
+            with suppress(ProcessLookupError):  # the child may have ended
+                os.kill(int(process), SIGKILL)
         started.wait()
 
 
