@@ -133,6 +133,7 @@ def summary(mode, rounds, operations):
 
 def measure_socket(bench, options):
     modes = [mode for mode in MODES if mode.name.startswith(options.modes)]
+    passes = 1 if options.smoke else PASSES
     operations = {mode.name: max(1, mode.operations * options.percent // 100 // PASSES) for mode in modes}
     rounds = collections.defaultdict(list)
     for number in range(options.rounds):
@@ -141,8 +142,8 @@ def measure_socket(bench, options):
             with bench.connected(services):
                 for mode in modes:
                     if mode.compared[0] in services:
-                        rounds[mode.name].append(bench.measure(mode, operations[mode.name], PASSES))
-    return [summary(mode, rounds[mode.name], operations[mode.name] * PASSES) for mode in modes]
+                        rounds[mode.name].append(bench.measure(mode, operations[mode.name], passes))
+    return [summary(mode, rounds[mode.name], operations[mode.name] * passes) for mode in modes]
 
 
 def measure_monitor(bench, orvd_sim, rounds):
@@ -294,14 +295,16 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=pathlib.Path, help="the folder of the build")
     parser.add_argument("--quick", dest="percent", action="store_const", const=10, default=100, help="coarser")
-    parser.add_argument("--smoke", dest="percent", action="store_const", const=1, help="checks the answers in one round")
+    parser.add_argument("--smoke", action="store_true", help="only checks some answers, on any processor")
     parser.add_argument("--rounds", type=int, default=5, help="with new processes in each; default 5")
     parser.add_argument("--modes", default="", help="over the socket, only the modes whose names begin so")
     parser.add_argument("--json", metavar="FILE", help="also writes the numbers to a file")
     options = parser.parse_args()
-    options.rounds = 1 if options.percent == 1 else options.rounds
+    if options.smoke:
+        options.percent = options.rounds = 1
     processors = os.sched_getaffinity(0)
-    os.sched_setaffinity(0, {max(processors)})  # the first one usually handles more interrupts
+    if not options.smoke:
+        os.sched_setaffinity(0, {max(processors)})  # the first one usually handles more interrupts
     programs = options.build / "bench"
     bench = Bench(programs)
     result = {"rounds": options.rounds, "socket": measure_socket(bench, options)}
@@ -309,7 +312,7 @@ def main():
     for process in (0, bench.driver.pid):
         os.sched_setaffinity(process, processors)
     result["monitor"] = measure_monitor(bench, options.build / "simulator/orvd-sim", max(1, options.percent // 2))
-    compilers = [name for name in ("g++", "clang++-14") if shutil.which(name) and options.percent > 1]
+    compilers = [name for name in ("g++", "clang++-14") if shutil.which(name) and not options.smoke]
     result["compilation"] = {name: measure_compilation(name, 5 if options.percent == 100 else 1) for name in compilers}
     print_all(result)
     if options.json:
