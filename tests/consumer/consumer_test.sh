@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the example service and its unit test against the installed files, once with the CMake package and once with
-# pkg-config. Runs the tests, and the demo with each service and with the installed orvd-sim. usage: consumer_test.sh PREFIX WORK_FOLDER COMPILER [FLAGS]
+# Builds an example service and its unit test against the installed files, with the CMake package and with pkg-config.
+# Runs the tests, and the demo with the installed orvd-sim. usage: consumer_test.sh PREFIX WORK_FOLDER COMPILER [FLAGS]
 set -euo pipefail
 project=$(cd "$(dirname "$0")/../.." && pwd)
 prefix=$1 work=$2 compiler=$3 flags="-Wall -Wextra -Wconversion -Wshadow -Werror ${4:-}"
@@ -23,7 +23,7 @@ PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name orvex2_0.pc)")
 export PKG_CONFIG_PATH
 pkg-config --validate orvex2_0 orvex_simulator
 read -ra options <<<"$flags $(pkg-config --cflags --libs 'orvex2_0 >= 2.0') -Wl,-rpath,$(pkg-config --variable libdir orvex2_0)"
-"$compiler" -std=c++17 "$project/examples/sensor_hub_service.cpp" "${options[@]}" -o "$work/consumer_by_pkg_config"
+"$compiler" -std=c++17 "$project/examples/raw_service.cpp" "${options[@]}" -o "$work/consumer_by_pkg_config"
 read -ra test_options <<<"$(pkg-config --cflags --libs orvex_simulator gtest_main)"
 "$compiler" -std=c++17 "$project/examples/sensor_hub_test.cpp" "${options[@]}" "${test_options[@]}" \
   -o "$work/consumer_test_by_pkg_config"
@@ -31,6 +31,4 @@ for test in consumer_test consumer_test_by_pkg_config; do
   bwrap --die-with-parent --bind / / --dev /dev --dir /dev/socket -- "$work/$test"
 done
 
-for program in consumer consumer_by_pkg_config; do
-  ORVD_SIM=$prefix/bin/orvd-sim "$project/examples/demo.sh" "$prefix" "$work/$program"
-done
+ORVD_SIM=$prefix/bin/orvd-sim "$project/examples/demo.sh" "$prefix" "$work/consumer"
