@@ -128,7 +128,7 @@ void ManagerPeer::Impl::Accept() {
 }
 
 ssize_t ManagerPeer::Impl::ReadPacket(const Descriptor& socket, int flags) {
-  const ssize_t size = recv(socket.fd(), buffer_.data(), buffer_.size(), flags);
+  const ssize_t size = ReceivePacket(socket.fd(), buffer_, flags);
   if (size > 0) {
     Receive(std::string(buffer_.data(), static_cast<std::size_t>(size)));
   }

@@ -121,6 +121,11 @@ ssize_t SendPacket(int fd, std::string_view bytes, int flags) {
   return send(fd, bytes.data(), bytes.size(), flags | MSG_NOSIGNAL);
 }
 
+ssize_t ReceivePacket(int fd, std::vector<char>& buffer, int flags) {
+  const ssize_t size = recv(fd, buffer.data(), buffer.size(), flags);
+  return size < 0 && errno == ECONNRESET ? recv(fd, buffer.data(), buffer.size(), flags) : size;
+}
+
 std::optional<int> PeerPid(int fd) {
   ucred credentials{};
   socklen_t size = sizeof(credentials);

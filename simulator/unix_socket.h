@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace orvd {
 
@@ -59,6 +60,9 @@ bool IsServed(const std::string& path);
 void GrowSendBuffer(int fd, std::size_t bytes);
 // Sends one packet. Makes room for a large one. Returns what send returns.
 ssize_t SendPacket(int fd, std::string_view bytes, int flags = 0);
+// Receives one packet. Returns what recv returns. Also reads what the other end had sent before it
+// reset the connection: the system reports the reset first, and once.
+ssize_t ReceivePacket(int fd, std::vector<char>& buffer, int flags);
 // The process at the other end, if the kernel tells.
 std::optional<int> PeerPid(int fd);
 

@@ -44,7 +44,7 @@ std::optional<std::string_view> LoadLink::Receive() {
   if (!open()) {
     return std::nullopt;
   }
-  const ssize_t size = recv(link_.fd(), buffer_.data(), buffer_.size(), MSG_DONTWAIT);
+  const ssize_t size = ReceivePacket(link_.fd(), buffer_, MSG_DONTWAIT);
   if (size > 0) {
     return std::string_view(buffer_.data(), static_cast<std::size_t>(size));
   }

@@ -90,16 +90,22 @@ class Monitor : public RelayObserver {
 
  private:
   // Returns at a signal, a change at the path, or a new connection.
-  void Wait() const {
+  void Wait() {
     std::array<pollfd, 3> watched{pollfd{stop_.fd(), POLLIN, 0},
                                   pollfd{place_.folder_fd(), POLLIN, 0},
-                                  pollfd{place_.listener_fd(), POLLIN, 0}};
+                                  pollfd{ListenerNow(), POLLIN, 0}};
     poll(watched.data(), watched.size(), kBetweenLooksMs);
   }
 
   void Look() {
     const std::lock_guard<std::mutex> lock(mutex_);
     place_.Look();
+  }
+
+  // Another thread may close it at any time; Accept looks again.
+  int ListenerNow() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return place_.listener_fd();
   }
 
   void AcceptAll() {

@@ -111,6 +111,22 @@ TEST(ManagerPeer, DiscardsMessagesButRunsTheirRules) {
   EXPECT_EQ(peer.Next(Milliseconds(0)), std::nullopt);
 }
 
+TEST(ManagerPeer, ReadsWhatWasSentBeforeAReset) {
+  ManagerPeer peer(kPath);
+  {
+    const Client client;
+    ASSERT_TRUE(peer.WaitConnected());
+    peer.StopReading();
+    client.Send("1");
+    client.Send("2");
+    ASSERT_TRUE(peer.Send("unread"));
+  }
+  peer.ResumeReading();
+  EXPECT_EQ(peer.Next(), "1");
+  EXPECT_EQ(peer.Next(), "2");
+  EXPECT_TRUE(peer.WaitEnded(1));
+}
+
 TEST(ManagerPeer, LeavesFilesOfOthersAlone) {
   const std::string unfinished = std::string(kPath) + ".new";
   std::ofstream(unfinished).flush();
