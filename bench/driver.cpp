@@ -175,7 +175,6 @@ Times Measure(const std::string& what, Service& service, uint32_t count, std::is
 
 // After the answer to REDY the service expects no other answer.
 Service Connect(orvd::ManagerPeer& manager) {
-  manager.AgreeToEverything(7);
   Require(manager.NextOf("INIT") && manager.NextOf("AUTH") && manager.NextOf("REDY"),
           "no service has registered");
   manager.WaitForRules();
@@ -188,6 +187,7 @@ Service Connect(orvd::ManagerPeer& manager) {
 
 void Run(const char* path) {
   orvd::ManagerPeer manager(path);
+  manager.AgreeToEverything(7);
   std::cout << std::endl;  // services can connect now
   std::vector<Service> services;
   std::size_t number = 0;
