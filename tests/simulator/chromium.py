@@ -21,7 +21,7 @@ class Page:
         os.close(commands)
         os.close(answers)
         self.buffer, self.number, self.session, self.events = b"", 0, None, []
-        target = self.ask("Target.getTargets")["targetInfos"][0]["targetId"]
+        target = self.ask("Target.createTarget", url="about:blank")["targetId"]
         self.session = self.ask("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
         for domain in ("Page", "Runtime", "Network"):
             self.ask(domain + ".enable")

@@ -305,9 +305,9 @@ def a_real_service_is_recorded_replayed_and_played():
         service = start(SERVICE, stdout=DEVNULL, stderr=DEVNULL)
         printed = manager.communicate(timeout=60)[0]
         assert manager.returncode == 0, printed
-        service.kill()
         monitor.send_signal(SIGINT)
         monitor.communicate()
+        service.kill()  # after the record has ended: in a replay the service stays
         assert "compared, 0 differences" in serve(["replay", "record"], folder)
         made = run([*SIM, "scenario", "record"], cwd=folder, stdout=PIPE, text=True, check=True).stdout
         Path(folder, "made").write_text(made, "utf-8")
