@@ -182,8 +182,12 @@ struct Checker {
 
 int main(int argc, char** argv) {
   const auto checker = std::make_shared<Checker>();
-  if (argc == 4 && std::string(argv[1]) == "--plant") {
-    checker->plant = {argv[2], std::stoull(argv[3])};
+  if (argc > 1) {
+    checker->plant = {argv[argc - 2], std::strtoull(argv[argc - 1], nullptr, 10)};
+    if (argc != 4 || std::string(argv[1]) != "--plant" || checker->plant.every == 0) {
+      std::cerr << "usage: checking_service [--plant lost|double|leak EVERY]\n";
+      return 2;
+    }
   }
   static_cast<void>(ExpectedText(0));
   mallopt(M_ARENA_MAX, 1);  // many arenas grow for minutes, which looks like a leak
