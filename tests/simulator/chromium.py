@@ -17,7 +17,8 @@ class Page:
         script = f'exec "$@" 3<&{commands} 4>&{answers}'
         self.browser = subprocess.Popen(
             ["bash", "-c", script, "chromium", program, *FLAGS, "--user-data-dir=" + self.folder.name, "about:blank"],
-            pass_fds=(commands, answers), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            pass_fds=(commands, answers), env=os.environ | {"TMPDIR": self.folder.name}, stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL)
         os.close(commands)
         os.close(answers)
         self.buffer, self.number, self.session, self.events = b"", 0, None, []
