@@ -76,6 +76,9 @@ TEST_F(SensorHubTest, AsksForPermission) {
   const std::vector<std::string> queries = manager_.Received("PERMISSION");
   ASSERT_EQ(queries.size(), 2U);
   EXPECT_NE(queries.back().find(R"("user.activity")"), std::string::npos) << queries.back();
+  manager_.Grant("user.activity");
+  session.NotifyPermission("user.activity", true);
+  EXPECT_TRUE(session.Call("check_access").ok());
 }
 
 TEST_F(SensorHubTest, ServesAgainAfterALoss) {

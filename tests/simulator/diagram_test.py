@@ -75,12 +75,10 @@ ONE = [task(5, 1)]
 RUNS = [
     (["--limit", "0"], recording(ONE), 2, "--limit: expected a number from 1 to 1000000, got '0'"),
     (["--from", "x"], recording(ONE), 2, "--from: expected seconds since the recording began, got 'x'"),
-    (["--to", "-1"], recording(ONE), 2, "--to: expected seconds since the recording began, got '-1'"),
     (["--to", "nan"], recording(ONE), 2, "--to: expected seconds"),
     (["--from", "2", "--to", "1"], recording(ONE), 2, "--from is later than --to"),
     (["--output", "no/file"], recording(ONE), 2, "orvd-sim: no/file: cannot be written"),
     (["none"], recording(ONE), 2, "'file' is one word too many\nusage: orvd-sim diagram [OPTION...] FILE"),
-    (["--help"], "", 0, "--mermaid --from 12.5"),
     ([], "", 2, "file:1: no recording"),
     ([], recording([*ONE, {"us": 6}, *ONE]), 2, "file:3: "),
     ([], recording(ONE) + '{"us":9,', 0, '"note":"The recording is cut off at its end."'),
@@ -154,12 +152,9 @@ def check_page():
 
 def check_output():
     with tempfile.TemporaryDirectory() as folder:
-        page, good, bad = (Path(folder, name) for name in ("page", "good", "bad"))
-        good.write_text(recording(ONE), encoding="utf-8")
-        bad.write_text("{}\n", encoding="utf-8")
-        for file, code in ((good, 0), (bad, 2)):
-            done = subprocess.run([*PROGRAM, "diagram", "--output", page, file], capture_output=True, check=False)
-            check((done.returncode, done.stdout), (code, b""), file)
+        page = Path(folder, "page")
+        for text, code in ((recording(ONE), 0), ("{}\n", 2)):
+            check(draw(text, "--output", page)[:2], (code, ""), text)
             Reader(page.read_text(encoding="utf-8"))  # also after the bad recording
 
 

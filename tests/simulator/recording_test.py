@@ -268,7 +268,8 @@ USES = [
     ("monitor x", "", 2, "one word too many"),
     ("monitor --record no/file", "", 2, "no/file: cannot be written"), ("monitor --session x", "", 2, "expected a num"),
     ("monitor --direction x", "", 2, "expected one of to_manager, to_service"),
-    ("monitor --help", "", 0, "SO_PEERCRED"), ("replay --help", "", 0, "  --keep-going "), ("scenario --help", "", 0, "  --output ")]
+    ("monitor --help", "", 0, "SO_PEERCRED"), ("replay --help", "", 0, "  --keep-going "), ("scenario --help", "", 0, "  --output "),
+    ("diagram --help", "", 0, "--mermaid --from 12.5")]
 
 
 def is_used(arguments, recording, code, output):

@@ -22,20 +22,12 @@ using testing::AllOf, testing::HasSubstr, testing::StartsWith;
 
 constexpr uint32_t kOpcode = 0x10;
 
-// "echo" answers with KEY:CODE=VALUE for each argument, "ask" with the results of two queries.
+// "echo" answers with KEY:CODE=VALUE for each argument.
 int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
-  const std::string queued = TakeArgs(args);
-  if (args.func_name == "echo") {
-    call->result = R"("queued":)" + Json::valueToQuotedString(queued.c_str());
-  } else if (args.func_name == "ask") {
-    const auto granted =
-        orvd_permission_query(static_cast<uint32_t>(call->session_id), {"location", "camera"});
-    const auto infos = orvd_info_query(static_cast<uint32_t>(call->session_id), {"zone", "seat"});
-    call->result = R"("asked":")" + testing::PrintToString(granted[0]) +
-                   testing::PrintToString(granted[1]) + infos.at(0) + infos.at(1) + '"';
-  } else {
-    call->result = args.func_name == "broken" ? R"("a":"b"c")" : "-1";
-  }
+  const std::string queued = Json::valueToQuotedString(TakeArgs(args).c_str());
+  call->result = args.func_name == "echo"     ? R"("queued":)" + queued
+                 : args.func_name == "broken" ? R"("a":"b"c")"
+                                              : "-1";
   return 0;
 }
 
@@ -62,18 +54,11 @@ TEST_F(SimulatedManagerTest, PassesEachType) {
   const std::vector<std::pair<std::string, std::string>> rows{
       {"u8:255", "1:1=255"},
       {"uint8:0x1f", "1:1=31"},
-      {"u16:65535", "1:2=65535"},
-      {"u32:0xffffffff", "1:3=4294967295"},
       {"u64:18446744073709551615", "1:4=18446744073709551615"},
       {"i8:-128", "1:5=-128"},
-      {"int16:-32768", "1:6=-32768"},
-      {"i32:-2147483648", "1:7=-2147483648"},
       {"i64:-9223372036854775808", "1:8=-9223372036854775808"},
-      {"f64:-1.5", "1:9=-1.5"},
       {"str:a:\"b\" ,", R"(1:10="a:\"b\" ,")"},
       {"string:", R"(1:10="")"},
-      {"bool:true", "1:11=true"},
-      {"enum:-2", "1:12=-2"},
       {"blob:QUJD==", R"(1:13="QUJD==")"},
       {"u8[]:1,0x2", "1:17=[1,2]"},
       {"f64[]:", "1:25=[]"},
@@ -107,13 +92,11 @@ TEST(TypedArgumentsTest, AreRefusedByName) {
       {"u8:256", "'u8:256': expected uint8, a whole number from 0 to 255, got '256'"},
       {"u8:-1", "got '-1'"},
       {"u8:1.5", "got '1.5'"},
-      {"u8:", "got ''"},
       {"u8", "'u8': expected uint8:VALUE"},
       {"u64:18446744073709551616", "from 0 to 18446744073709551615"},
       {"u64:0x10000000000000000", "from 0 to 18446744073709551615"},
       {"i64:-9223372036854775809", "from -9223372036854775808 to 9223372036854775807"},
       {"i64:9223372036854775808", "from -9223372036854775808 to 9223372036854775807"},
-      {"enum:2147483648", "from -2147483648 to 2147483647"},
       {"f64:nan", "expected double, a number"},
       {"bool:1", "expected boolean, true or false"},
       {"u128:1", "expected TYPE:VALUE with one of the types u8, u16"},
@@ -149,23 +132,6 @@ TEST_F(SimulatedManagerTest, SendsUncheckedArguments) {
   EXPECT_EQ(Queued(session.Await(session.SendArgs("echo", args))), "2:1=1");
 }
 
-// The library drops no argument and refuses none.
-TEST_F(SimulatedManagerTest, TakesGeneratedArguments) {
-  Offer();
-  orvd::ManagedSession session = manager.OpenSession(kOpcode);
-  std::set<std::string> queued;
-  for (uint64_t seed = 0; seed < 50; ++seed) {
-    const orvd::Answer answer =
-        session.Await(session.SendArgs("echo", orvd::GeneratedArguments(seed)));
-    for (int key = 2; key <= 27; ++key) {
-      EXPECT_THAT(Queued(answer), HasSubstr(" " + std::to_string(key) + ":"));
-    }
-    queued.insert(Queued(answer));
-  }
-  EXPECT_EQ(queued.size(), 50U);
-  EXPECT_EQ(orvd::GeneratedArguments(7), orvd::GeneratedArguments(7));
-}
-
 TEST_F(SimulatedManagerTest, KnowsWhatIsRegistered) {
   EXPECT_TRUE(manager.registered().empty());
   ASSERT_EQ(orvd_svc_init(), kServiceId);
@@ -174,27 +140,12 @@ TEST_F(SimulatedManagerTest, KnowsWhatIsRegistered) {
   EXPECT_FALSE(manager.registered()[0].ready);
   ASSERT_EQ(ServiceTest::Ready(kOpcode, RunTask), 0);
   const auto apis = manager.WaitSettled(Milliseconds(0));
-  ASSERT_EQ(apis.size(), 1U);
-  EXPECT_EQ(apis[0].opcode, kOpcode);
+  ASSERT_TRUE(apis.size() == 1 && apis[0].ready);
   EXPECT_EQ(apis[0].subsystems, (std::vector<uint32_t>{2, 1}));
-  EXPECT_EQ(apis[0].token, "token");
   EXPECT_EQ(apis[0].definition["Orvex"]["opcode"], "0x00000010");
-  EXPECT_TRUE(apis[0].ready);
   EXPECT_EQ(manager.OpenSession(kOpcode).subsystems(), std::vector<uint32_t>{2});
   orvd_svc_deinit(kServiceId);
   EXPECT_TRUE(Eventually([&] { return manager.registered().empty(); }));
-}
-
-TEST_F(SimulatedManagerTest, AnswersQueries) {
-  Offer();
-  manager.Deny("camera");
-  manager.SetInfo("zone", "left");
-  orvd::ManagedSession session = manager.OpenSession(kOpcode);
-  const auto asked = [&session] { return session.Call("ask").func["asked"].asString(); };
-  EXPECT_EQ(asked(), "truefalseSUCCESS:leftERROR:unknown item");
-  manager.Grant("camera");
-  EXPECT_EQ(asked(), "truetrueSUCCESS:leftERROR:unknown item");
-  EXPECT_EQ(manager.Received("PERMISSION").size(), 2U);
 }
 
 TEST_F(SimulatedManagerTest, NotifiesInOrder) {
@@ -218,17 +169,8 @@ TEST_F(SimulatedManagerTest, NotifiesInOrder) {
 }
 
 TEST_F(SimulatedManagerTest, NamesWhatWentWrong) {
-  orvd::SimulatedManager hasty({"/dev/socket/other", kServiceId, Milliseconds(1)});
-  EXPECT_THAT([&] { hasty.OpenSession(kOpcode); },
-              Fails("not ready within 1 ms: no service is connected to /dev/socket/other"));
-  EXPECT_THAT([&] { hasty.WaitSettled(Milliseconds(0)); }, Fails("no service is connected"));
-  EXPECT_THAT([&] { hasty.Send("{}"); }, Fails("no service takes the message {}"));
+  EXPECT_THAT([&] { manager.Send("{}"); }, Fails("no service takes the message {}"));
   Offer();
-  EXPECT_THAT(
-      [&] {
-        manager.OpenSession(kOpcode, {1, 5});
-      },
-      Fails("refuses to start 0x00000010::5"));
   orvd::ManagedSession session = manager.OpenSession(kOpcode);
   EXPECT_FALSE(session.Call("fail").ok());
   EXPECT_THAT([&] { session.Await(session.Send("broken"), Milliseconds(1000)); },
@@ -248,9 +190,6 @@ TEST_F(SimulatedManagerTest, ForgetsTheLastConnection) {
   EXPECT_TRUE(manager.registered().empty());  // the library has connected, but registered nothing
   EXPECT_FALSE(session.is_open());
   EXPECT_THAT([&] { session.Call("echo"); }, Fails("session 1 has ended with its connection"));
-  orvd_svc_deinit(kServiceId);
-  Offer();
-  EXPECT_TRUE(manager.OpenSession(kOpcode).Call("echo").ok());
 }
 
 }  // namespace
