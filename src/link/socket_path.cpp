@@ -3,6 +3,7 @@
 #include <android-base/properties.h>
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
@@ -51,7 +52,7 @@ std::string ThreadName() {
 // an empty name matches every expected name.
 std::string OwnName() {
   const std::string name = ThreadName();
-  return name.size() > kPlixPrefix.size() ? name.substr(kPlixPrefix.size()) : "";
+  return name.substr(std::min(kPlixPrefix.size(), name.size()));
 }
 
 Names ChooseNames() {

@@ -4,6 +4,7 @@
 #include <malloc.h>
 
 #include <cerrno>
+#include <future>
 
 #include "orvex_simulator/json_text.h"
 #include "sessions/exec_task.h"
@@ -110,6 +111,19 @@ TEST_F(FaultTest, FailedSendAffectsOnlyItsCall) {
   EXPECT_EQ(CountLogged("Failed to receive ORVEX deinit ack; proceeding anyways"), 1U);
   EXPECT_EQ(CountLogged("Failed to disconnect to manager - proceeding anyways"), 1U);
   EXPECT_TRUE(peer.WaitEndOfFile());
+}
+
+TEST_F(FaultTest, EachCallForAnOpcodeTakesAnAnswerOfItsOwn) {
+  Start();
+  peer.SetRule("REDY", nullptr);
+  auto first = std::async(std::launch::async, [] { return Ready(0x10); });
+  ASSERT_TRUE(peer.NextOf("REDY"));
+  OnNextPacket([&](int /*fd*/) {  // of the second call, which is about to wait
+    peer.Send(orvd::OpcodeAnswer("REDY", 0x10, 0));
+    EXPECT_EQ(first.get(), 0);
+  });
+  peer.AnswerReady(-1);
+  EXPECT_EQ(Ready(0x10), -1);
 }
 
 TEST_F(FaultTest, FailureToStartATaskThreadEndsTheProcess) {

@@ -48,17 +48,16 @@ size of permResp array: 3|i = 0, permRes_meta_data response: 1|i = 1, permRes_me
 
 TEST_F(QueryScript, AllLevels) {
   AskEach(0);
-  Expect("", "\n" + kPermissionLines +
-                 R"({"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
+  Expect("\n" + kPermissionLines +
+         R"({"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
 {"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|waiting for response in orvd_permission_query)");
 }
 
 TEST_F(QueryScript, FromLevelThree) {
   AskEach(3);
   Expect(
-      "",
       "\n" + kPermissionLines +
-          R"(orvd_info_query request: {"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|{"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
+      R"(orvd_info_query request: {"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|{"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
 size of result array: 2|i = 0, info result: SUCCESS:a:b|i = 1, info result: 5|Exit orvd_info_query
 orvd_info_monitor request: {"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|{"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}
 size of result array: 0|Exit orvd_info_monitor|waiting for response in orvd_permission_query|waiting for response in orvd_info_query|waiting for response in orvd_info_monitor)");

@@ -7,6 +7,7 @@
 
 #include "sessions/session_start.h"
 #include "sessions/terminate_sessions.h"
+#include "support/args_of.h"
 #include "support/script_test.h"
 
 extern "C" const char* __lsan_default_suppressions() {
@@ -18,83 +19,124 @@ namespace {
 using SessionScript = ScriptTest;
 
 TEST_F(SessionScript, Start) {
-  Begin(4, R"(start 5 "b002":4;ready 5 "b002":4)", "start 0x0000a001::1");
-  Expect(R"(start 5 "0xb002":3,4 "a001":3,1,2,9 "c003":1 "zz":1)", R"(
-session_id received is 5|Trying to start s~b002::3|s> start 0x0000b002::3 session 5|S~b002::3 success|Trying to start s~b002::4|S~b002::4 already active
-Trying to start s~a001::3|s> start 0x0000a001::3 session 5|S~a001::3 success|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 failed
-Trying to start s~a001::2|s> start 0x0000a001::2 session 5|S~a001::2 success|Trying to start s~a001::9|Service does not support requested 0x0000a001::9
-< start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":3},{"id":2}]},{"id":"0x0000b002","subsystems":[{"id":3}]}]}|Start session 5 with 3 service (2 failed; 1 duplicate))");
+  Begin(4);
+  Prepare({Session("start", 5, {{"b002", {4}}}), Session("ready", 5, {{"b002", {4}}})});
+  recorder.Return("start 0x0000a001::1", 1);
+  Expect(
+      Session("start", 5, {{"0xb002", {3, 4}}, {"a001", {3, 1, 2, 9}}, {"c003", {1}}, {"zz", {1}}}),
+      R"(
+session_id received is 5|Trying to start session 5 with 0x0000b002::3|[session]> start 0x0000b002::3 session 5|Session 5 with 0x0000b002::3 success|Trying to start session 5 with 0x0000b002::4|Session 5 with 0x0000b002::4 already active
+Trying to start session 5 with 0x0000a001::3|[session]> start 0x0000a001::3 session 5|Session 5 with 0x0000a001::3 success|Trying to start session 5 with 0x0000a001::1|[session]> start 0x0000a001::1 session 5|Session 5 with 0x0000a001::1 failed
+Trying to start session 5 with 0x0000a001::2|[session]> start 0x0000a001::2 session 5|Session 5 with 0x0000a001::2 success|Trying to start session 5 with 0x0000a001::9|Service does not support requested 0x0000a001::9
+{"req_type":"start_session","session_id":5,"Result":"Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":3},{"id":2}]},{"id":"0x0000b002","subsystems":[{"id":3}]}]}|Start session 5 with 3 service (2 failed; 1 duplicate))");
 }
 
 TEST_F(SessionScript, RepeatedStart) {
-  Begin(4, "", "end");
-  Json::Value bad = orvd::ParseObject(SessionMessage(R"(start 5 "0XA001":1,"x")"));
+  Begin(4);
+  recorder.Return("end", 1);
+  Json::Value bad = orvd::ParseObject(Session("start", 5, {{"0XA001", {1, "x"}}}));
   EXPECT_THROW(handle_session_start(bad), Json::LogicError);
-  Expect(R"(start 5 "a001":1;start 5 "0xa001":1;ready 5 "a001":1)", R"(
-session_id received is 5|Trying to create new session 5|Trying to start s~a001::1|s> start 0x0000a001::1 session 5|S~a001::1 success|session_id received is 5|Trying to start s~a001::1
-S~a001::1 never received ready_session. Resetting|< start 5 "Failed"}|Start session 5 with 0 service (1 failed; 0 duplicate)|Failed to handle session start event|session_id received is 5|Trying to start s~a001::1
-s> start 0x0000a001::1 session 5|S~a001::1 success|< start 5 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":1}]}]}|Start session 5 with 1 service (0 failed; 0 duplicate)|session_id received is 5|Trying to ready s~a001::1|s> ready 0x0000a001::1 session 5)");
+  Expect(R"(
+session_id received is 5|Trying to create new session 5|Trying to start session 5 with 0x0000a001::1|[session]> start 0x0000a001::1 session 5|Session 5 with 0x0000a001::1 success)");
+  Expect(Session("start", 5, {{"a001", {1}}}), R"(
+session_id received is 5|Trying to start session 5 with 0x0000a001::1|Session 5 with 0x0000a001::1 never received ready_session. Resetting|{"req_type":"start_session","session_id":5,"Result":"Failed"}|Start session 5 with 0 service (1 failed; 0 duplicate)|Failed to handle session start event)");
+  Expect(Session("start", 5, {{"0xa001", {1}}}), R"(
+session_id received is 5|Trying to start session 5 with 0x0000a001::1|[session]> start 0x0000a001::1 session 5|Session 5 with 0x0000a001::1 success|{"req_type":"start_session","session_id":5,"Result":"Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":1}]}]}|Start session 5 with 1 service (0 failed; 0 duplicate))");
+  Expect(Session("ready", 5, {{"a001", {1}}}), R"(
+session_id received is 5|Trying to ready session 5 with 0x0000a001::1|[session]> ready 0x0000a001::1 session 5)");
 }
 
 TEST_F(SessionScript, LowLevel) {
-  Begin(1, R"(start 5 "a001":1)", "start");
-  Expect(R"(start 5 "a001":1,2,4294967295;end 4294967295;end 5 40961:1)", R"(
-session_id received is 5|s> start 0x0000a001::2 session 5|Service does not support requested 0x0000a001::4294967295|< start 5 "Failed"}|Failed to handle session start event
-< end 4294967295 "Failed"}|Failed to handle end start event|< end 5 "Failed"}|Failed to handle end start event)");
+  Begin(1);
+  Prepare({Session("start", 5, {{"a001", {1}}})});
+  recorder.Return("start", 1);
+  Expect(Session("start", 5, {{"a001", {1, 2, 4294967295}}}), R"(
+session_id received is 5|[session]> start 0x0000a001::2 session 5|Service does not support requested 0x0000a001::4294967295|{"req_type":"start_session","session_id":5,"Result":"Failed"}|Failed to handle session start event)");
+  Expect(Session("end", 4294967295, {}), R"(
+{"req_type":"end_session","session_id":4294967295,"Result":"Failed"}|Failed to handle end start event)");
+  Expect(Session("end", 5, {{40961, {1}}}), R"(
+{"req_type":"end_session","session_id":5,"Result":"Failed"}|Failed to handle end start event)");
 }
 
 TEST_F(SessionScript, BadIdsAndNoOpcodes) {
   Begin(4);
-  Expect(
-      R"(start 4294967296 "a001":1;start "5" "a001":1;start null "a001":1;ready 1.5 "a001":1;ready 4294967295 "a001":1;{"req_type":"start_session","opcodes":{}};end 0)",
-      R"(
-Failed to handle session start event|Failed to handle session start event|Failed to handle session start event|Failed to handle session ready event
-session_id received is 4294967295|Invalid session_id was passed to handle_session_ready -1|Failed to handle session ready event
-session_id received is 0|Trying to create new session 0|< start 0 "Failed"}|Start session 0 with 0 service (0 failed; 0 duplicate)|Failed to handle session start event
-Session 0 completely ended|< end 0 "Failed"}|Ended session 0 with 0 service (0 failed)|Failed to handle end start event)");
+  for (const Json::Value& id : {Json::Value(4294967296), Json::Value("5"), Json::Value()}) {
+    Expect(Session("start", id, {{"a001", {1}}}), "\nFailed to handle session start event");
+  }
+  Expect(Session("ready", 1.5, {{"a001", {1}}}), "\nFailed to handle session ready event");
+  Expect(Session("ready", 4294967295, {{"a001", {1}}}), R"(
+session_id received is 4294967295|Invalid session_id was passed to handle_session_ready -1|Failed to handle session ready event)");
+  Expect(R"({"req_type":"start_session","opcodes":{}})", R"(
+session_id received is 0|Trying to create new session 0|{"req_type":"start_session","session_id":0,"Result":"Failed"}|Start session 0 with 0 service (0 failed; 0 duplicate)|Failed to handle session start event)");
+  Expect(Session("end", 0, {}), R"(
+Session 0 completely ended|{"req_type":"end_session","session_id":0,"Result":"Failed"}|Ended session 0 with 0 service (0 failed)|Failed to handle end start event)");
 }
 
 TEST_F(SessionScript, Ready) {
-  Begin(3, R"(start 5 "a001":1,2)", "ready");
-  Expect(R"(ready 5 "a001":1 "c003":1;ready 5 "a001":1;ready 5 "a001":2 "b002":3;start 5 "a001":2)",
-         R"(
-session_id received is 5|s> ready 0x0000a001::1 session 5|session_id received is 5|S~a001::1 already in ready state
-session_id received is 5|s> ready 0x0000a001::2 session 5|S~b002::3 not started before ready call|session_id received is 5|S~a001::2 already active|< start 5 "Failed"}|Failed to handle session start event)");
+  Begin(3);
+  Prepare({Session("start", 5, {{"a001", {1, 2}}})});
+  recorder.Return("ready", 1);
+  Expect(Session("ready", 5, {{"a001", {1}}, {"c003", {1}}}), R"(
+session_id received is 5|[session]> ready 0x0000a001::1 session 5)");
+  Expect(Session("ready", 5, {{"a001", {1}}}), R"(
+session_id received is 5|Session 5 with 0x0000a001::1 already in ready state)");
+  Expect(Session("ready", 5, {{"a001", {2}}, {"b002", {3}}}), R"(
+session_id received is 5|[session]> ready 0x0000a001::2 session 5|Session 5 with 0x0000b002::3 not started before ready call)");
+  Expect(Session("start", 5, {{"a001", {2}}}), R"(
+session_id received is 5|Session 5 with 0x0000a001::2 already active|{"req_type":"start_session","session_id":5,"Result":"Failed"}|Failed to handle session start event)");
+  Expect(Session("end", 5, {}), R"(
+in inform_session_state|[session]> end 0x0000a001::1 session 5|in inform_session_state|[session]> end 0x0000a001::2 session 5|{"req_type":"end_session","session_id":5,"Result":"Success"})");
 }
 
 TEST_F(SessionScript, End) {
-  Begin(4, R"(start 5 "a001":1,2 "b002":3,4)", "end 0x0000b002::3");
-  Expect(
-      R"({"req_type":"end_session","session_id":5,"opcodes":[{}]};end 5 1.5:1;end 5 4294967296:1;end 5 40961.0:1 "0xa001":2;end 5 40961:1,2 4294967295:1 45058:3;{"req_type":"end_session","session_id":5,"opcodes":5};end 5)",
-      R"(
-Failed to handle end start event|Failed to handle end start event|Failed to handle end start event|Trying to end s~a001::1|in inform_session_state|s> end 0x0000a001::1 session 5|S~a001::1 terminate success|Failed to handle end start event
-Trying to end s~a001::1|S~a001::1 is not active; ignoring|Trying to end s~a001::2|in inform_session_state|s> end 0x0000a001::2 session 5
-S~a001::2 terminate success|Trying to end s~b002::3|in inform_session_state|s> end 0x0000b002::3 session 5|S~b002::3 terminate failed|< end 5 "Success"}
-Ended session 5 with 1 service (2 failed)|in inform_session_state|s> end 0x0000b002::3 session 5|in inform_session_state|s> end 0x0000b002::4 session 5|Session 5 completely ended|< end 5 "Success"}|Ended session 5 with 1 service (1 failed)
-Session 5 is not active; ignoring|< end 5 "Failed"}|Ended session 5 with 0 service (0 failed)|Failed to handle end start event)");
+  Begin(4);
+  Prepare({Session("start", 5, {{"a001", {1, 2}}, {"b002", {3, 4}}})});
+  recorder.Return("end 0x0000b002::3", 1);
+  for (const std::string opcode : {"{}", R"({"id":1.5})", R"({"id":4294967296})"}) {
+    Expect(R"({"req_type":"end_session","session_id":5,"opcodes":[)" + opcode + "]}",
+           "\nFailed to handle end start event");
+  }
+  Expect(Session("end", 5, {{40961.0, {1}}, {"0xa001", {2}}}), R"(
+Trying to end session 5 with 0x0000a001::1|in inform_session_state|[session]> end 0x0000a001::1 session 5|Session 5 with 0x0000a001::1 terminate success|Failed to handle end start event)");
+  Expect(Session("end", 5, {{40961, {1, 2}}, {4294967295, {1}}, {45058, {3}}}), R"(
+Trying to end session 5 with 0x0000a001::1|Session 5 with 0x0000a001::1 is not active; ignoring|Trying to end session 5 with 0x0000a001::2|in inform_session_state|[session]> end 0x0000a001::2 session 5|Session 5 with 0x0000a001::2 terminate success|Trying to end session 5 with 0x0000b002::3|in inform_session_state|[session]> end 0x0000b002::3 session 5|Session 5 with 0x0000b002::3 terminate failed|{"req_type":"end_session","session_id":5,"Result":"Success"}|Ended session 5 with 1 service (2 failed))");
+  Expect(R"({"req_type":"end_session","session_id":5,"opcodes":5})", R"(
+in inform_session_state|[session]> end 0x0000b002::3 session 5|in inform_session_state|[session]> end 0x0000b002::4 session 5|Session 5 completely ended|{"req_type":"end_session","session_id":5,"Result":"Success"}|Ended session 5 with 1 service (1 failed))");
+  Expect(Session("end", 5, {}), R"(
+Session 5 is not active; ignoring|{"req_type":"end_session","session_id":5,"Result":"Failed"}|Ended session 5 with 0 service (0 failed)|Failed to handle end start event)");
 }
 
 TEST_F(SessionScript, RefusedTasks) {
-  Begin(1, R"(start 5 "a001":1,2;ready 5 "a001":2)");
-  Expect(
-      R"({"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":4294967295};{"req_type":"exec_task","opcode":"a001","subsys_id":4294967295,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":1,"session_id":5};{"req_type":"exec_task","opcode":"40961","subsys_id":2,"session_id":5};{"req_type":"exec_task","subsys_id":2,"session_id":5};{"req_type":"exec_task","opcode":"a001","subsys_id":2,"session_id":5,"func":{"num_of_args":2,"args":[{"type":"uint8","value":1},{"type":"uint8","value":256}]}})",
-      R"(
-Invalid session_id was passed to execute function -1|Failed to handle execute task event|No S~a001::4294967295|Failed to handle execute task event
-S~a001::1 not ready|Failed to handle execute task event|Failed to handle execute task event|Failed to handle execute task event|Out of range value for uint8|Failed to handle execute task event)");
+  Begin(1);
+  Prepare({Session("start", 5, {{"a001", {1, 2}}}), Session("ready", 5, {{"a001", {2}}})});
+  const std::string refused = "\nFailed to handle execute task event";
+  Expect(orvd::TaskMessage(4294967295, 0xa001, 1, 0),
+         "\nInvalid session_id was passed to execute function -1" + refused);
+  Expect(orvd::TaskMessage(5, 0xa001, 4294967295, 0),
+         "\nNo Session 5 with 0x0000a001::4294967295" + refused);
+  Expect(orvd::TaskMessage(5, 0xa001, 1, 0), "\nSession 5 with 0x0000a001::1 not ready" + refused);
+  Expect(R"({"req_type":"exec_task","opcode":"40961","subsys_id":2,"session_id":5})", refused);
+  Expect(R"({"req_type":"exec_task","subsys_id":2,"session_id":5})", refused);
+  Expect(orvd::TaskMessage(5, 0xa001, 2, 0, "f", ArgsOf("u8:1 u8:256")),
+         "\nOut of range value for uint8" + refused);
 }
 
 TEST_F(SessionScript, Terminate) {
-  Begin(4, R"(start 6 "a001":1;start 5 "b002":3 "a001":2)", "end 0x0000a001");
+  Begin(4);
+  Prepare(
+      {Session("start", 6, {{"a001", {1}}}), Session("start", 5, {{"b002", {3}}, {"a001", {2}}})});
+  recorder.Return("end 0x0000a001", 1);
   EXPECT_EQ(terminate_sessions(), 0);
+  Expect(R"(
+in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|[session]> end 0x0000a001::2 session 5|Session 5 with 0x0000a001::2 terminate failed
+in inform_session_state|[session]> end 0x0000b002::3 session 5|Session 5 with 0x0000b002::3 terminate success|in inform_session_state|[session]> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 1 service (2 failed))");
   EXPECT_EQ(terminate_sessions(), -1);
-  Handle(R"(start 6 "a001":1)");
+  Expect(R"(
+in inform_session_state|> terminated 0x0000a001::0|Ended session 0 with 0 service (0 failed))");
+  Prepare({Session("start", 6, {{"a001", {1}}})});
   EXPECT_EQ(terminate_sessions(), -1);
-  Expect("", R"(
-in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::2 session 5|S~a001::2 terminate failed
-in inform_session_state|s> end 0x0000b002::3 session 5|S~b002::3 terminate success|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 1 service (2 failed)
-in inform_session_state|> terminated 0x0000a001::0|Ended session 0 with 0 service (0 failed)
-session_id received is 6|Trying to create new session 6|Trying to start session 6 with 0x0000a001::1|s> start 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 success|< start 6 "Success","opcodes":[{"id":"0x0000a001","subsystems":[{"id":1}]}]}|Start session 6 with 1 service (0 failed; 0 duplicate)
-in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|s> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 0 service (1 failed))");
+  Expect(R"(
+in inform_session_state|> terminated 0x0000a001::0|in inform_session_state|[session]> end 0x0000a001::1 session 6|Session 6 with 0x0000a001::1 terminate failed|Ended session 6 with 0 service (1 failed))");
 }
 
 TEST_F(SessionScript, NothingReady) {
@@ -102,13 +144,15 @@ TEST_F(SessionScript, NothingReady) {
   EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
   EXPECT_EQ(terminate_sessions(), 0);
   EXPECT_EQ(send_reconnection_notification(), 0);
-  Expect("", R"(
+  Expect(R"(
 {"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|No sessions due to no ready opcodes.|No sessions due to no ready opcodes.)");
 }
 
 TEST_F(ScriptTest, ARejectedPairFollowedByAnotherEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH((Begin(1), Handle(R"(start 5 "a001":2;ready 5 "a001":1,2)")), "std::system_error");
+  EXPECT_DEATH((Begin(1), Prepare({Session("start", 5, {{"a001", {2}}}),
+                                   Session("ready", 5, {{"a001", {1, 2}}})})),
+               "std::system_error");
 }
 
 int StackSizeInMebibytes() {
@@ -142,7 +186,7 @@ struct TaskTest : ScriptTest {
     return 1;
   }
   void BeginTasks() {
-    Begin(1, "", "none", Fill);
+    Begin(1, Fill);
     OpenSession(5, 0xa001, 1);
     ClearLog();
   }
@@ -185,8 +229,8 @@ TEST_F(TaskTest, ConcurrentTasksAreAnsweredOnceAfterTheirSessionHasEnded) {
     Run(id);
   }
   ASSERT_TRUE(Eventually([] { return running == 300; }));
-  Handle("end 5");
-  EXPECT_THAT(Recorded(), testing::EndsWith("< end 5 \"Success\"}\n"));
+  Expect(Session("end", 5, {}), R"(
+in inform_session_state|[session]> end 0x0000a001::1 session 5|{"req_type":"end_session","session_id":5,"Result":"Success"})");
   closed.unlock();
   while (answers.size() < expected.size()) {
     answers.insert(Next());
