@@ -68,16 +68,14 @@ std::size_t Ask(const std::vector<std::string>& permissions) {
   return Request(request + R"(],"QueryId":)" + std::to_string(++query_id) + "}");
 }
 
-bool Offer(uint32_t opcode) {
-  const std::string definition = bench::Definition(opcode);
-  const char* json = definition.c_str() + 8;
-  Json::Value root;
-  const bool parsed = Json::Reader().parse(json, json + strlen(json), root);
-  const std::string number = std::to_string(opcode);
-  Request(R"({"req_type":"AUTH","Service_Id":7,"Opcode":)" + number + R"(,"api_def":)" + json +
-          R"(,"Token":")" + bench::kToken + R"("})");
-  Request(R"({"req_type":"REDY","Service_Id":7 ,"Opcode":)" + number + "}");
-  return parsed;
+// Of an API definition, before its JSON text.
+constexpr std::size_t kPrefix = 8;
+
+void Offer() {
+  const std::string number = std::to_string(bench::kOpcode);
+  Request(R"({"req_type":"AUTH","Service_Id":7,"Opcode":)" + number + R"(,"api_def":)" +
+          bench::Definition().substr(kPrefix) + R"(,"Token":")" + bench::kToken + R"("})");
+  Request(R"({"req_type":"REDY","Service_Id":7,"Opcode":)" + number + "}");
 }
 
 // --- Arguments
@@ -172,7 +170,7 @@ void StartTask(const Json::Value& message) {
     return;
   }
   std::thread([call = std::move(call)] {
-    Answer(call, bench::IsCommand(call.name) ? bench::RunCommand(call.name, Ask, Offer) : 0);
+    Answer(call, bench::IsCommand(call.name) ? bench::RunCommand(call.name, Ask) : 0);
   }).detach();
 }
 
@@ -250,7 +248,7 @@ int main(int argc, char** /*argv*/) {
   Require(connect(g_socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0);
   std::thread(Receive).detach();
   Request(R"({"req_type":"INIT"})");
-  Offer(bench::kOpcode);
+  Offer();
   for (;;) {
     pause();
   }

@@ -25,8 +25,8 @@ inline std::vector<uint32_t> Subsystems(uint32_t count) {
   return ssids;
 }
 
-inline std::string Definition(uint32_t opcode) {
-  return orvd::Definition(opcode, Subsystems(opcode == kOpcode ? 64 : 1));
+inline std::string Definition() {
+  return orvd::Definition(kOpcode, Subsystems(64));
 }
 
 // `line` has the function and its typed arguments.
@@ -49,27 +49,26 @@ int64_t Sum(T... values) {
   return (static_cast<int64_t>(values) + ...);
 }
 
-// A function name with a blank is a command of the driver:
-//   "ask ITEMS COUNT"    COUNT permission queries of ITEMS items, one after another
-//   "offer FIRST COUNT"  COUNT opcodes from FIRST on are registered and made ready
+// A function name with a blank is a command of the driver: "ask ITEMS COUNT" asks COUNT permission
+// queries of ITEMS items, one after another.
 inline bool IsCommand(const std::string& function) {
   return function.find(' ') != std::string::npos;
 }
 
-// `ask` returns the number of results. Returns the number of successful operations.
-template <typename Ask, typename Offer>
-uint32_t RunCommand(const std::string& command, Ask ask, Offer offer) {
+// `ask` returns the number of results. Returns the number of successful queries.
+template <typename Ask>
+uint32_t RunCommand(const std::string& command, Ask ask) {
   std::string what;
-  uint32_t first = 0;
+  uint32_t items = 0;
   uint32_t count = 0;
-  std::istringstream(command) >> what >> first >> count;
+  std::istringstream(command) >> what >> items >> count;
   std::vector<std::string> permissions;
-  for (uint32_t i = 0; what == "ask" && i < first; ++i) {
+  for (uint32_t i = 0; i < items; ++i) {
     permissions.push_back("vendor.permission.number_" + std::to_string(i));
   }
   uint32_t good = 0;
   for (uint32_t i = 0; i < count; ++i) {
-    good += (what == "ask" ? ask(permissions) == first : offer(first + i)) ? 1U : 0U;
+    good += ask(permissions) == items ? 1U : 0U;
   }
   return good;
 }

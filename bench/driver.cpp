@@ -6,7 +6,6 @@
 //   sessions SERVICE COUNT PAIRS   starts, makes ready and ends a session
 //   notifications SERVICE COUNT    the service acknowledges each one
 //   ask SERVICE COUNT ITEMS        the service sends permission queries; prints one time for all
-//   offer SERVICE COUNT            the service registers opcodes; prints one time for all
 //
 // The load engine of orvd-sim is no replacement: it drives one service only, sorts latencies into
 // classes of 3 %, and polls and samples between the tasks.
@@ -124,29 +123,20 @@ std::vector<Step> SessionSteps(uint32_t session, uint32_t pairs) {
           {message("end_session"), "Success"}};
 }
 
-std::string AnswerTo(std::string_view request, const std::string& grants, std::size_t place) {
-  if (request.find(R"("PERMISSION")") != std::string_view::npos) {
-    return std::string(grants).insert(place,
-                                      std::to_string(NumberBehind(request, R"("QueryId":)")));
-  }
-  const bool auth = request.find(R"("AUTH")") != std::string_view::npos;
-  return orvd::OpcodeAnswer(auth ? "AUTH" : "REDY", NumberBehind(request, R"("Opcode":)"), 0);
-}
-
-// Lets the service run a command, and answers its requests until it has answered the command.
-Times MeasureCommand(Service& service, const std::string& what, uint32_t first, uint32_t count) {
+// Lets the service send queries, and answers them until it has answered the command.
+Times MeasureQueries(Service& service, uint32_t items, uint32_t count) {
   const std::string number = std::to_string(kNumber);
-  std::string grants =
-      orvd::PermissionAnswer(kNumber, std::vector<bool>(what == "ask" ? first : 0, true));
+  std::string grants = orvd::PermissionAnswer(kNumber, std::vector<bool>(items, true));
   const std::size_t place = grants.find(number);
   grants.erase(place, number.size());
-  const std::string command = what + " " + std::to_string(first) + " " + std::to_string(count);
+  const std::string command = "ask " + std::to_string(items) + " " + std::to_string(count);
   const std::string task = orvd::TaskMessage(1, bench::kOpcode, 1, 1, command, Json::arrayValue);
   Stopwatch watch;
   service.Send(task);
   std::string_view message = service.Receive();
   for (; message.find(R"("exec_task")") == std::string_view::npos; message = service.Receive()) {
-    service.Send(AnswerTo(message, grants, place));
+    const uint32_t id = NumberBehind(message, R"("QueryId":)");
+    service.Send(std::string(grants).insert(place, std::to_string(id)));
   }
   watch.Lap();
   Require(NumberBehind(message, R"("read":)") == count, command + " has failed");
@@ -166,11 +156,7 @@ Times Measure(const std::string& what, Service& service, uint32_t count, std::is
     return MeasureSteps(service, count,
                         {{orvd::StateChangeMessage(1, "screen", "on", "a.package.name"), "ACK"}});
   }
-  static uint32_t offered = 0x100000;
-  if (what == "offer") {
-    number = offered += count;
-  }
-  return MeasureCommand(service, what, number, count);
+  return MeasureQueries(service, number, count);
 }
 
 // After the answer to REDY the service expects no other answer.

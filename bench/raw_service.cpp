@@ -12,8 +12,6 @@
 
 namespace {
 
-uint32_t g_service_id = 0;
-
 template <typename T>
 const T& ValueOf(const ValuesInterface& holder) {
   return static_cast<const ParamValues<T>&>(holder).value;
@@ -73,23 +71,12 @@ int64_t ReadArguments(const orvex_func_call_info_t& args) {
                                           : CountValues(args);
 }
 
-int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args);
-int OnEvent(int service_id, orvd_req_t* req, void* user_data);
-
-bool Offer(uint32_t opcode) {
-  const std::string definition = bench::Definition(opcode);
-  return _orvd_svc_register_auth(g_service_id, opcode, definition.c_str(), bench::kToken) == 0 &&
-         _orvd_svc_ready(g_service_id, opcode, opcode == bench::kOpcode ? OnEvent : nullptr,
-                         nullptr, RunTask) == 0;
-}
-
 int RunTask(_orvex_call_info_t* call, orvex_func_call_info_t args) {
   const auto ask = [call](const std::vector<std::string>& permissions) {
     return orvd_permission_query(call->session_id, permissions).size();
   };
-  const int64_t read = bench::IsCommand(args.func_name)
-                           ? bench::RunCommand(args.func_name, ask, Offer)
-                           : ReadArguments(args);
+  const int64_t read = bench::IsCommand(args.func_name) ? bench::RunCommand(args.func_name, ask)
+                                                        : ReadArguments(args);
   call->opcode = "0x0000a001";
   call->name = args.func_name;
   call->result = R"("read":)" + std::to_string(read) + R"(,"done":true)";
@@ -108,8 +95,10 @@ int OnEvent(int /*service_id*/, orvd_req_t* req, void* /*user_data*/) {
 }  // namespace
 
 int main() {
-  g_service_id = static_cast<uint32_t>(orvd_svc_init());
-  if (!Offer(bench::kOpcode)) {
+  const auto id = static_cast<uint32_t>(orvd_svc_init());
+  if (_orvd_svc_register_auth(id, bench::kOpcode, bench::Definition().c_str(), bench::kToken) !=
+          0 ||
+      _orvd_svc_ready(id, bench::kOpcode, OnEvent, nullptr, RunTask) != 0) {
     return 1;
   }
   for (;;) {

@@ -63,7 +63,6 @@ MODES = [
     Mode("notification", 20000, 1.13, PLAIN, "notifications %s %s"),
     Mode("permission query", 10000, 1.13, PLAIN, "ask %s %s 1"),
     Mode("permission query, 16 items", 5000, None, PLAIN, "ask %s %s 16"),
-    Mode("register and ready", 1000, None, PLAIN, "offer %s %s"),
     *tasks("layer, 10 scalars", 20000, {1: 1.05, 8: None}, LAYER, "sum_scalars", 10, 2000030394),
     *tasks("layer, struct of 50", 5000, {1: 1.05, 8: None}, LAYER, "sum_struct", 50, -50001225),
 ]
@@ -171,15 +170,9 @@ def measure_in_process(program, seconds):
     for line in run.stdout.splitlines():
         name, number, *times = line.split("\t")
         samples[name, int(number)].append([float(us) for us in times])
-    decode, parts = [], []
-    for (name, number), values in samples.items():
-        medians = [statistics.median(column) for column in zip(*values)]
-        if name in DECODED:
-            names = ("parse_us", "decode_us", "release_us", "decode_per_parse")
-            decode.append({"function": name, "bytes": number, "target": DECODED[name][1]} | dict(zip(names, medians)))
-        else:
-            parts.append({"part": name, "at_a_time": number, "us": medians[0]})
-    return decode, parts
+    columns = ("parse_us", "decode_us", "release_us", "decode_per_parse")
+    return [{"function": name, "bytes": number, "target": DECODED[name][1]} |
+            dict(zip(columns, map(statistics.median, zip(*values)))) for (name, number), values in samples.items()]
 
 
 # --- Compile time of a service on the layer and of one on the raw interface, with a function for each of these types.
@@ -284,8 +277,6 @@ def print_all(result):
                 [[row["function"], str(row["bytes"]), f"{row['parse_us']:.1f}", f"{row['decode_us']:.2f}",
                   f"{row['release_us']:.2f}", f"{row['decode_per_parse']:.3f}",
                   verdict(row["decode_per_parse"], row["target"])] for row in result["decode"]])
-    print_table(["part of a small task", "at a time", "us each"],
-                [[row["part"], str(row["at_a_time"]), f"{row['us']:.2f}"] for row in result["parts"]])
     for compiler, times in result["compilation"].items():
         print_table([f"compile time, {compiler}", "best", "ratio"],
                     [[name, f"{seconds:.2f} s", f"{seconds / times['raw']:.2f}"] for name, seconds in times.items()])
@@ -308,7 +299,7 @@ def main():
     programs = options.build / "bench"
     bench = Bench(programs)
     result = {"rounds": options.rounds, "socket": measure_socket(bench, options)}
-    result["decode"], result["parts"] = measure_in_process(programs / "bench_in_process", options.percent * 0.003)
+    result["decode"] = measure_in_process(programs / "bench_in_process", options.percent * 0.003)
     for process in (0, bench.driver.pid):
         os.sched_setaffinity(process, processors)
     result["monitor"] = measure_monitor(bench, options.build / "simulator/orvd-sim", max(1, options.percent // 2))
