@@ -151,6 +151,11 @@ TEST(ArgsTest, QueuesAreFreedOnlyByClear) {
     value_QueueInsertion(&old, 1, holder);
   }
   orvex_func_call_info_t info = old;
+  for (const char* refused : {"{}", R"({"vec_type":"int8","value":[true]})"}) {
+    Json::Value vector = orvd::ParseObject(refused);
+    EXPECT_EQ(AddVectorParams(vector, 0, 1, &old), -1);
+    EXPECT_EQ(AddStructVectorParams(vector, 0, 1, old.typed_queue, old.value_queue), -1);
+  }
   Json::Value request;
   EXPECT_EQ(AddParamsToQueues(request, &info), 0);
   EXPECT_EQ(info.func_name + TakeArgs(info), "null");

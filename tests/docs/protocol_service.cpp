@@ -43,9 +43,9 @@ int main() {
   sigaddset(&signals, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // threads inherit it, so it is set before them
   static_cast<void>(raise(SIGHUP));
-  SetTestProperty("ro.build.type", "eng");
-  SetTestProperty("vendor.orvex.one.service", "vendor.radioWarden");
-  SetTestProperty("vendor.orvex.one.markers", "true");
+  android::base::SetProperty("ro.build.type", "eng");
+  android::base::SetProperty("vendor.orvex.one.service", "vendor.radioWarden");
+  android::base::SetProperty("vendor.orvex.one.markers", "true");
   const char* api_def =
       "\x01ORVEX\x01\x02"
       R"({"Orvex":{"opcode":"0x10","subsystems":[{"id":1},{"id":2}]}})";

@@ -141,10 +141,10 @@ TEST_F(LinkTest, PathDependsOnBuildTypeThreadNameAndProperties) {
   dedicated.AnswerInit(kRefused);
   peer.AnswerInit(kRefused);
   for (const auto& row : kPaths) {
-    SetTestProperty("ro.build.type", row[0]);
-    SetTestProperty("vendor.orvex.one.service", row[1]);
-    SetTestProperty("vendor.orvex.one.plix", row[2]);
-    SetTestProperty("vendor.orvex.one.markers", row[3]);
+    android::base::SetProperty("ro.build.type", row[0]);
+    android::base::SetProperty("vendor.orvex.one.service", row[1]);
+    android::base::SetProperty("vendor.orvex.one.plix", row[2]);
+    android::base::SetProperty("vendor.orvex.one.markers", row[3]);
     std::thread([&row] {
       pthread_setname_np(pthread_self(), row[4]);
       orvd_svc_init();

@@ -65,8 +65,8 @@ TEST_F(ReconnectionTest, EachAttemptChoosesThePathAndACallbackMayInitialiseAgain
     if (req.type == ORVD_TERMINATED) {
       EXPECT_EQ(NameOfThisThread(), name);
       // On the thread that reads them: the host's property store has no lock.
-      SetTestProperty("vendor.orvex.one.service", "vendor.radioWarden");
-      SetTestProperty("ro.build.type", "eng");
+      android::base::SetProperty("vendor.orvex.one.service", "vendor.radioWarden");
+      android::base::SetProperty("ro.build.type", "eng");
     } else if (req.type == ORVD_RECONNECTED) {
       EXPECT_EQ(orvd_svc_deinit(kServiceId), 0);
       result.set_value(orvd_svc_init() + Register(0x20, {1}));

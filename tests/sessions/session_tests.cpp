@@ -197,7 +197,7 @@ struct TaskTest : ScriptTest {
 };
 
 TEST_F(TaskTest, AnswersContainTheCallRecordAndTheLogTheLatency) {
-  SetTestProperty("vendor.orvex.mgr.latency_measure", "true");
+  android::base::SetProperty("vendor.orvex.mgr.latency_measure", "true");
   const auto now = std::chrono::steady_clock::now().time_since_epoch() / orvd::Milliseconds(1);
   const std::tuple<int, int64_t, std::string, std::string> rows[] = {
       {-9, now - 50000, "5[0-9]{4}",

@@ -1,6 +1,5 @@
 #include "support/service_fixture.h"
 
-#include <android-base/properties.h>
 #include <android-base/stringprintf.h>
 
 #include <atomic>
@@ -35,12 +34,8 @@ std::string Render(const orvd_req_t& req) {
 
 }  // namespace
 
-void SetTestProperty(const std::string& name, const std::string& value) {
-  android::base::SetProperty(name, value);
-}
-
 void SetDebugLevel(int level) {
-  SetTestProperty("persist.vendor.orvex.clientlib.debug_level", std::to_string(level));
+  android::base::SetProperty("persist.vendor.orvex.clientlib.debug_level", std::to_string(level));
 }
 
 bool Eventually(const std::function<bool()>& condition) {

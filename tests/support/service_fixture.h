@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <android-base/properties.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,7 +23,6 @@ inline constexpr const char* kDedicatedPath = "/dev/socket/orvex_one/orvd_one";
 inline constexpr int kServiceId = 7;
 
 void SetDebugLevel(int level);  // takes effect at the next orvd_svc_init
-void SetTestProperty(const std::string& name, const std::string& value);
 
 // Waits until `condition` is true. Returns false after kPatience.
 bool Eventually(const std::function<bool()>& condition);
