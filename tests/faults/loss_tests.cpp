@@ -149,9 +149,14 @@ TEST_P(LossTest, IsReportedAndTheServiceWorksAgain) {
 
 TEST_P(LossTest, InitialisationWaitsWithoutLimitAndMakesNoEvent) {
   SetDebugLevel(1);
+  const long threads = Threads();
   BeginCall("INIT", init_result, orvd_svc_init);
   LoseAndReturn();
   EXPECT_TRUE(Eventually([this] { return Loss() == way.log + "\n"; })) << Loss();
+  if (way.listens == Way::kAfterDeinit) {  // a further call takes over: nobody reconnects
+    EXPECT_EQ(orvd_svc_init(), -1);
+    EXPECT_TRUE(WaitForThreads(threads + 1));
+  }
   EXPECT_EQ(orvd_svc_deinit(kServiceId), -3);
   EXPECT_EQ(init_result, kNone);
 }

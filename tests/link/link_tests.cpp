@@ -225,13 +225,14 @@ TEST_F(LinkTest, ExitDoesNotWaitForOtherThreads) {
 
 TEST_F(LinkTest, SendsWholeMessagesAndLogsTheirBeginning) {
   const std::string text(251, 'a');
-  EXPECT_EQ(orvd_send_to_manager_raw("x"), -1);
+  EXPECT_TRUE(orvd_send_to_manager_raw("x") == -1 && disconnect_from_manager() == -1);
   close(STDIN_FILENO);
   Init();
   EXPECT_TRUE(std::filesystem::is_socket("/proc/self/fd/0"));  // 0 is a good number for a socket
   EXPECT_EQ(orvd_send_to_manager_raw(text.c_str()), 0);
   EXPECT_EQ(peer.NextOf(text), text);
   EXPECT_EQ(CountLogged("client Sending message " + text.substr(1)), 1U);
+  EXPECT_EQ(disconnect_from_manager(), 0);
 }
 
 TEST_F(LinkTest, ReceiveBufferGrowsAtTheFirstSession) {
