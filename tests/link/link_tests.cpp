@@ -60,7 +60,7 @@ TEST_F(LinkScript, Refused) {
   peer.SetRule("INIT", [](auto) { return R"({"req_type":"INIT"})"; });
   EXPECT_EQ(orvd_svc_init(), -1);
   EXPECT_TRUE(WaitForThreads(threads));
-  for (const int id : {kServiceId, kRefused, kServiceId}) {
+  for (const int id : {kServiceId, kRefused, 0}) {
     peer.AnswerInit(id);
     EXPECT_EQ(orvd_svc_init(), id);
     EXPECT_EQ(orvd_svc_deinit(static_cast<unsigned>(id)), 0);
@@ -68,7 +68,7 @@ TEST_F(LinkScript, Refused) {
   Expect(R"(
 ORVEX service init|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|Failed to initialize with manager|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7
 {"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7|ORVEX service init|Manager connection established, gMgrSocket_fd|{"req_type":"INIT"}|Failed to initialize with manager
-gService_id is -1, svc_id is -5|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 7|{"req_type":"DINT","Service_Id":7}|EXIT|gService_id is -1, svc_id is 7)");
+gService_id is -1, svc_id is -5|ORVEX service init|{"req_type":"INIT"}|ORVEX initialized; svc id 0|{"req_type":"DINT","Service_Id":0}|EXIT|gService_id is -1, svc_id is 0)");
 }
 
 TEST_F(LinkScript, Lost) {
