@@ -58,8 +58,8 @@ result=0
 killed=137 # 128 + SIGKILL
 wait "$manager" 2>/dev/null || result=$?
 if [ $result -eq $killed ]; then
-  echo "--- The Manager has been killed and is away for half a second"
-  sleep 0.5
+  echo "--- The Manager has been killed and is away for a moment"
+  sleep 0.2
   result=0
   play "$scenario_of_the_return"
   wait "$manager" || result=$?

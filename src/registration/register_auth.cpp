@@ -128,7 +128,7 @@ int32_t AwaitVerdict(uint32_t opcode, const RegsAuthMetaData& record) {
 bool RecordSupported(Generation generation, uint32_t opcode, const ApiDefinition& definition) {
   for (const uint32_t ssid : definition.subsystems) {
     if (!AddSupportedPair(generation, opcode, ssid)) {
-      return false;
+      break;
     }
     LOG_AT(kProgress, "Successfully authed and added 0x%08x::%u service mapping", opcode, ssid);
   }
