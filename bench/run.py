@@ -1,5 +1,5 @@
 """Runs the benchmark and prints its tables. It needs a private folder /dev/socket, see `./dev bench`.
-Every ratio compares two services, or two ways to the same service, in the same run."""
+Every ratio compares measurements of the same run."""
 import argparse
 import collections
 import contextlib
@@ -39,7 +39,7 @@ ARGUMENTS |= {f"sum_{name}": ARGUMENTS[name] for name in ("scalars", "struct")}
 DECODED = {"scalars": (50, 0.30), "struct": (41, 0.30), "uint32s": (11, 0.10), "int32s": (10, 0.10), "string": (1, 0.02)}
 
 # `operations` are of each service in each round. `line` is for bench_driver. A service that decodes the arguments
-# has to answer with `read`: the number of the values, or for the layer's modes their sum.
+# has to answer with `read`: the number of the values (of a text: its size), or for the layer's modes their sum.
 Mode = collections.namedtuple("Mode", "name operations target compared line read one_at_a_time", defaults=(0, False))
 
 

@@ -11,7 +11,7 @@ namespace {
 
 std::atomic<Generation> current_generation{1};  // written with gLinkMutex held
 
-// // Set on receive threads only.
+// Set on receive threads only.
 thread_local std::optional<Generation> served_generation;
 // Set on every thread that initialises or deinitialises.
 thread_local bool is_allowed_to_send = false;

@@ -66,6 +66,7 @@ constexpr const char* kTypes[][4] = {
 TEST(ArgsTest, EveryTypeOnEveryPath) {
   const string range_words[] = {"for ", "receieved for ", "received for ", "receieved for "};
   const auto expect = [&](int code, int column, const string& json, const string& value) {
+    // An argument, a vector, a member of a struct, a vector in a struct, which alone is left out.
     for (const int path : {0, 1, 2, 3}) {
       const string type = kTypes[code - 1][0], line = path == 3 ? "0 0:16={}\n6 " : "-1 null\n6 ";
       const bool list = path % 2 == 1, in_struct = path >= 2;

@@ -46,14 +46,14 @@ const std::string kPermissionLines =
 size of permResp array: 3|i = 0, permRes_meta_data response: 1|i = 1, permRes_meta_data response: 0|i = 2, permRes_meta_data response: 1|Exit orvd_permission_query
 )";
 
-TEST_F(QueryScript, AllLevels) {
+TEST_F(QueryScript, LogAtLevelZero) {
   AskEach(0);
   Expect("\n" + kPermissionLines +
          R"({"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
 {"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|waiting for response in orvd_permission_query)");
 }
 
-TEST_F(QueryScript, FromLevelThree) {
+TEST_F(QueryScript, LogAtLevelThree) {
   AskEach(3);
   Expect(
       "\n" + kPermissionLines +
@@ -64,6 +64,7 @@ size of result array: 0|Exit orvd_info_monitor|waiting for response in orvd_perm
 }
 
 TEST_F(QueryTest, FailedAndRefusedQueriesHaveDifferentResults) {
+  // Without a connection each item has an empty result. The number of items is counted in 8 bits.
   EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false, false));
   EXPECT_THAT(orvd_permission_query(1, {}), ElementsAre(false));
   EXPECT_THAT(orvd_info_query(1, {"a", "b"}), ElementsAre("", ""));
@@ -112,6 +113,7 @@ TEST_F(QueryTest, AnswersWithoutItsIdAreDiscardedAndTheQueryEndsAfterThreeSecond
     EXPECT_THAT(orvd_info_monitor(1, {"a"}), IsEmpty());
     EXPECT_EQ(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
   }).join();
+  // Six invalid ids, in two waits of each of two queries. Nobody waits for the id 77.
   EXPECT_EQ(CountLogged("Discard PERMISSION result due to invalid query_id id"), 24U);
   EXPECT_EQ(CountLogged("Discard INFO_MNTR result due to invalid query_id id"), 24U);
   send_both("1");  // too late: no query waits

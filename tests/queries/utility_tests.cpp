@@ -1,3 +1,4 @@
+// Conversions between texts and values.
 
 #include "support/service_fixture.h"
 

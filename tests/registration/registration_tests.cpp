@@ -16,7 +16,7 @@ const std::string kDefined =
     "\x02"
     R"({"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}})";
 
-TEST_F(RegistrationTest, AllLines) {
+TEST_F(RegistrationTest, LogAtLevelFour) {
   Begin(4);
   EXPECT_EQ(Register(0x1000, "\x01ORVEX\x01{}"), -1);
   EXPECT_EQ(Register(0x1000, "\x01OR\xff{}"), -1);
@@ -34,7 +34,7 @@ json is {"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}}
 {"req_type":"AUTH","Service_Id":7,"Opcode":4096,"api_def":{"Orvex":{"opcode":"1000","subsystems":[{"id":7}]}},"Token":"t"}|Duplicate service registration 0x00001000::7|Successfully authed and added 0x00001000::7 service mapping|ORVEX service authed and registered)");
 }
 
-TEST_F(RegistrationTest, FromLevelOneAndThree) {
+TEST_F(RegistrationTest, LogAtLevelsOneAndThree) {
   for (const int level : {1, 3}) {
     Begin(level);
     EXPECT_EQ(Register(0x1000, ""), -1);
@@ -105,6 +105,7 @@ TEST_F(RegistrationTest, HandlesTheAnswersOfTheManager) {
     for (const std::string type : {"AUTH", "REDY"}) {
       std::string answer = R"({"req_type":")" + type + "\"," + members + "}";
       peer.SetRule(type, [=](const std::string&) {
+        // Three answers that are not for this call.
         peer.Send(R"({"req_type":"REGS","opcode":"4294967295","result":-1})");
         peer.Send(R"({"req_type":")" + type + R"(","result":-1})");
         peer.Send(R"({"req_type":")" + type + R"(","opcode":"4294967294","result":-1})");
@@ -140,8 +141,8 @@ TEST_F(RegistrationTest, LosesNoAnswerOfConcurrentRequests) {
   for (uint32_t opcode = 1; opcode <= 4; ++opcode) {
     callers.push_back(std::async(std::launch::async, [this, opcode] {
       for (int round = 0; round < 3000; ++round) {
-        EXPECT_EQ(Register(opcode, orvd::Definition(opcode, {opcode})) + Ready(opcode, recorder),
-                  0);
+        EXPECT_EQ(Register(opcode, orvd::Definition(opcode, {opcode})), 0);
+        EXPECT_EQ(Ready(opcode, recorder), 0);
       }
     }));
   }

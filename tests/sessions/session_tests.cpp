@@ -46,7 +46,7 @@ session_id received is 5|Trying to start session 5 with 0x0000a001::1|[session]>
 session_id received is 5|Trying to ready session 5 with 0x0000a001::1|[session]> ready 0x0000a001::1 session 5)");
 }
 
-TEST_F(SessionScript, LowLevel) {
+TEST_F(SessionScript, LogAtLevelOne) {
   Begin(1);
   Prepare({Session("start", 5, {{"a001", {1}}})});
   recorder.Return("start", 1);
@@ -164,6 +164,7 @@ int StackSizeInMebibytes() {
   return static_cast<int>(bytes >> 20);
 }
 
+// `status` is the size of the task thread's stack in MiB; -1 for a failure.
 std::string Filled(int transac_id, const std::string& result, int status = 1) {
   return R"({"opcode":"o","name":"f","subsys_id":"1","req_type":"exec_task","return":-2,"func":{)" +
          result + R"(},"transac_id":)" + std::to_string(transac_id) + R"(,"status": )" +
@@ -208,6 +209,7 @@ TEST_F(TaskTest, AnswersContainTheCallRecordAndTheLogTheLatency) {
       {-1, 0, "[0-9]+", R"({"req_type":"", "Result":""x":-1"})"},
   };
   BeginTasks();
+  // -9: the task sets nothing. 8: the result -1 means a failure. -1: the answer is a short one.
   for (const auto& [transac_id, start_time, taken, answer] : rows) {
     ClearLog();
     Run(transac_id, start_time);

@@ -11,6 +11,6 @@
 using InPause = std::function<bool(std::chrono::nanoseconds)>;
 
 // Stops the clock for the calling thread until the thread ends. Its pauses and timed waits return
-// without waiting and advance the clock by exactly their length. `in_pause` is called with the
-// normal clock, and the mutex of a timed wait is unlocked meanwhile.
+// without waiting, and advance the clock by exactly their length if `in_pause` returns true.
+// `in_pause` is called with the normal clock, and the mutex of a timed wait is unlocked meanwhile.
 void FreezeClock(InPause in_pause = [](auto /*length*/) { return true; });

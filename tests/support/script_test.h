@@ -70,8 +70,6 @@ struct ScriptTest : ServiceTest {
         }
       }
     });
-    orvd_send_to_manager_raw("begun");
-    peer.NextOf("begun");
     EXPECT_NE(CountLogged("Client received!!!"), 0U);
     EXPECT_EQ(CountLogged("Waiting for recv from server") != 0, level >= 3);
     ClearLog();
@@ -87,8 +85,8 @@ struct ScriptTest : ServiceTest {
     Recorded();
   }
 
-  // The service handles a message. Compares what has happened since the last comparison. '|'
-  // separates lines too.
+  // The service handles a message. Compares what has happened since the last comparison. `expected`
+  // begins with a line end. In it, '|' is a line end too.
   void Expect(const std::string& message, const std::string& expected) {
     peer.Send(message);
     Settle();
@@ -98,9 +96,10 @@ struct ScriptTest : ServiceTest {
     EXPECT_EQ("\n" + Recorded(), Replace(expected, "[|]", "\n") + "\n");
   }
 
-  // Returns the log since the last call, without what varies. A line on a sent message is replaced
-  // by the message that the peer received. Lines on waiting are moved to the end, because the order
-  // of these lines and those of the receive thread varies.
+  // Returns the log since the last call, without lines of the receive loop and numbers that vary. A
+  // line on a sent message is replaced by the message that the peer received. The lines "waiting
+  // for response" are moved to the end, because their order and that of the receive thread's lines
+  // varies.
   std::string Recorded() {
     std::string text, waiting;
     for (const LogLine& line : Log()) {

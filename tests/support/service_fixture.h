@@ -1,5 +1,4 @@
-// The fixture of most tests: a service and the simulated Manager, connected over the real socket
-// path.
+// The fixture of most tests: a service and the Manager peer, connected over the real socket path.
 
 #pragma once
 
