@@ -118,6 +118,7 @@ TEST_F(FaultTest, EachCallForAnOpcodeTakesAnAnswerOfItsOwn) {
   peer.SetRule("REDY", nullptr);
   auto first = std::async(std::launch::async, [] { return Ready(0x10); });
   ASSERT_TRUE(peer.NextOf("REDY"));
+  peer.WaitForRules();            // the rule below is not for this message
   OnNextPacket([&](int /*fd*/) {  // of the second call, which is about to wait
     peer.Send(orvd::OpcodeAnswer("REDY", 0x10, 0));
     EXPECT_EQ(first.get(), 0);
