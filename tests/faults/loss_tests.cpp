@@ -114,13 +114,10 @@ TEST_P(LossTest, IsReportedAndTheServiceWorksAgain) {
   LoseAndReturn();
   const bool is_reset = way.log == "reset";  // only ends the receive thread
   const bool is_back = way.log.find("connected") != std::string::npos;
+  const std::string ended =
+      "terminated 0x00000010::0\nend 0x00000010::1 session 8\nend 0x00000010::1 session 9\n";
   const std::string loss =
-      way.log + "\n" +
-      (is_reset
-           ? ""
-           : "terminated 0x00000010::0\nend 0x00000010::1 session 8\nend 0x00000010::1 session "
-             "9\n") +
-      (is_back ? "reconnected 0x00000010::0\n" : "");
+      way.log + "\n" + (is_reset ? "" : ended) + (is_back ? "reconnected 0x00000010::0\n" : "");
   EXPECT_TRUE(Eventually([&] { return Loss() == loss; })) << Loss();
   let_go = true;
   EXPECT_TRUE(!is_back || peer.NextOf("exec_task"));

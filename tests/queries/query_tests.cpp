@@ -71,7 +71,12 @@ TEST_F(QueryTest, FailedAndRefusedQueriesHaveDifferentResults) {
   EXPECT_THAT(orvd_info_query(1, std::vector<std::string>(256)), IsEmpty());
   EXPECT_THAT(orvd_info_monitor(1, std::vector<std::string>(257)), ElementsAre(""));
   EXPECT_NE(LogText().find(R"(,"service_id":-1,)"), std::string::npos);
+  SetDebugLevel(3);
   Init();
+  peer.Send(R"({"req_type":"PERMISSION","QueryId":1,"PermRes":["1"]})");  // that query has ended
+  peer.Send(R"({"req_type":"INFO_QUERY","QueryId":3,"QueryInfosRes":["x"]})");
+  Settle();
+  EXPECT_EQ(LogText().find("size of "), std::string::npos);
   for (const std::string status : {"2", "-1"}) {
     Answer("\"status\":" + status + R"(,"PermRes":["1","1"])");
     EXPECT_THAT(orvd_permission_query(1, {"a", "b"}), ElementsAre(false)) << status;

@@ -46,6 +46,7 @@ TEST_F(RegistrationTest, LogAtLevelsOneAndThree) {
       Expect("\nParsing of API definition failed!! (opcode 0x00001000)|  JSON failure");
     }
     EXPECT_EQ(Register(0x1000, "\x02" + std::string(1001, '[')), -1);
+    EXPECT_NE(LogText().find("JSON failure Exceeded stackLimit"), std::string::npos);
     EXPECT_EQ(Register(0x1000, "\x02{}"), -2);
     EXPECT_EQ(Register(0x1000, kDefined), 0);
     Expect(R"(
