@@ -29,14 +29,13 @@ void Await(const Record& record, MutexLock& lock) {
   *record.received = false;
 }
 
-// Waits until `deadline` at most.
+// Waits until `deadline` at most. The record must not be used again.
 template <typename Record>
 void AwaitUntil(const Record& record, MutexLock& lock,
                 std::chrono::steady_clock::time_point deadline) {
   while (!*record.received &&
          record.cv->wait_until(lock.native(), deadline) != std::cv_status::timeout) {
   }
-  *record.received = false;
 }
 
 // Returns whether no caller waits on the record: then only its table holds it. An answer that was
