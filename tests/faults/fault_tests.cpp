@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <future>
+#include <thread>
 
 #include "orvex_simulator/json_text.h"
 #include "sessions/exec_task.h"
@@ -123,7 +124,10 @@ TEST_F(FaultTest, EachCallForAnOpcodeTakesAnAnswerOfItsOwn) {
     peer.Send(orvd::OpcodeAnswer("REDY", 0x10, 0));
     EXPECT_EQ(first.get(), 0);
   });
-  peer.AnswerReady(-1);
+  peer.SetRule("REDY", [](auto) {
+    std::this_thread::sleep_for(orvd::Milliseconds(50));  // a call that does not wait returns first
+    return std::optional(orvd::OpcodeAnswer("REDY", 0x10, -1));
+  });
   EXPECT_EQ(Ready(0x10), -1);
 }
 
