@@ -35,7 +35,8 @@ struct QueryScript : ScriptTest {
     }
     EXPECT_THAT(orvd_permission_query(UINT32_MAX, {"a", "b c"}), ElementsAre(true, false, true));
     EXPECT_THAT(orvd_info_query(5, {"i", "j"}), ElementsAre("SUCCESS:a:b", "5"));
-    EXPECT_THAT(orvd_info_query(5, {}), ElementsAre("ERROR:Empty requested info"));
+    std::string reason;
+    EXPECT_EQ(parse_result_of_query_info(orvd_info_query(5, {}).at(0), reason), -1);
     EXPECT_THAT(orvd_info_monitor(6, {"k"}), IsEmpty());
   }
 };
@@ -57,8 +58,8 @@ TEST_F(QueryScript, LogAtLevelThree) {
   AskEach(3);
   Expect(
       "\n" + kPermissionLines +
-      R"(orvd_info_query request: {"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|{"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}
-size of result array: 2|i = 0, info result: SUCCESS:a:b|i = 1, info result: 5|Exit orvd_info_query
+      R"(orvd_info_query request: {"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|{"req_type":"INFO_QUERY","Session_Id":5,"QueryId":2,"QueryInfos":["i","j"]}|size of result array: 2|i = 0, info result: SUCCESS:a:b|i = 1, info result: 5|Exit orvd_info_query
+parse_result_of_query_info original result: ERROR:Empty requested info|statue of original result: ERROR|result of original result: Empty requested info
 orvd_info_monitor request: {"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}|{"req_type":"INFO_MNTR","service_id":7,"Session_Id":6,"QueryId":3,"QueryInfos":["k"]}
 size of result array: 0|Exit orvd_info_monitor|waiting for response in orvd_permission_query|waiting for response in orvd_info_query|waiting for response in orvd_info_monitor)");
 }

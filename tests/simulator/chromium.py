@@ -14,11 +14,10 @@ class Page:
         commands, self.to_browser = os.pipe()
         self.from_browser, answers = os.pipe()
         # The browser reads commands from descriptor 3 and writes to descriptor 4.
-        script = f'exec "$@" 3<&{commands} 4>&{answers}'
+        script = f'TMPDIR={self.folder.name} exec "$@" 3<&{commands} 4>&{answers}'
         self.browser = subprocess.Popen(
             ["bash", "-c", script, "chromium", program, *FLAGS, "--user-data-dir=" + self.folder.name, "about:blank"],
-            pass_fds=(commands, answers), env=os.environ | {"TMPDIR": self.folder.name}, stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL)
+            pass_fds=(commands, answers), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(commands)
         os.close(answers)
         self.buffer, self.number, self.session, self.events = b"", 0, None, []
