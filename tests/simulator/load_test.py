@@ -54,8 +54,9 @@ ROWS = [
      lambda r: churned(r) and list(r["ended_by"]) == ["reset"]),
     ("stop load", "", "--seconds 1000", 0, lambda r: quiet(r) and 0 < r["seconds"] < 1000),
     ("kill service", "", "--count 30000 --check", 0, restarted),
-    # The answers of the first load's tasks come to the second one.
-    ("replace load", "", "--seconds 3 --outstanding 1000", 0, quiet),
+    # The answers of the first load's tasks come to the second one. On a busy machine some queries of so many tasks take
+    # longer than three seconds, and their tasks fail.
+    ("replace load", "", "--seconds 3 --outstanding 1000", 0, lambda r: quiet(r, "failed")),
     ("kill for good", "", "--seconds 1000 --wait 1", 1, lambda r: "no service connected within 1 s" in r["problems"]),
     (None, "", "--wait 1 --opcode 7", 1, lambda r: "the service made no session ready within 1 s" in r["problems"]),
     *((None, None, words, 2, text) for words, text in (
